@@ -231,4 +231,20 @@ protected:
     EException m_eException;
 };
 
+namespace detail {
+
+// Text of a Win32 error code from DATA\Win32Errors.txt beside the library module. The file is
+// read once per process; false when the file is missing, lacks its byte-order mark or has no
+// line for the code.
+TAVRIN_API bool LookupWin32ErrorText(long code, ustring& out);
+// The same lookup in the given error file, read afresh on every call. Internal: exported so the
+// file format can be exercised with files of one's own.
+TAVRIN_API bool LookupWin32ErrorTextInFile(const wchar_t* path, long code, ustring& out);
+// The text block that CStdException::ReportErrorConsole writes, "< C++ EXCEPTION LOG >" header
+// included. Internal: exported so the layout can be checked without a console.
+TAVRIN_API ustring ComposeExceptionLog(const CStdException::CExInfo& info,
+                                       const wchar_t* fileName2, unsigned int line2);
+
+} // namespace detail
+
 } // namespace tavrin
