@@ -27,7 +27,88 @@ class TAVRIN_API CFile : public CHandle<-1>
     //  from the static path helpers below)
     // =========================================================================================
 public:
-    // placeholder: instance members go here
+    // Whether Open creates the data log file of the handle's channel.
+    enum ELoggingMode
+    {
+        eLoggingModeOff = 0, // no log file
+        eLoggingModeOn = 1   // any non-zero value: the channel's log file is created at open
+    };
+
+    // Renders the bytes of a data record in the channel's own way, for its data log file (may
+    // be null). The text carries its own line ends.
+    typedef ustring(__stdcall* LPDATAFORMATTER)(const std::vector<unsigned char>& data);
+
+    // No handle, empty name.
+    CFile();
+    // Opens at once (see Open); delete-on-close is false. A failing open throws and leaves no
+    // object.
+    CFile(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD creation,
+          DWORD flagsAndAttributes, HANDLE templateFile, ELoggingMode loggingMode = eLoggingModeOff,
+          LPDATAFORMATTER formatter = nullptr);
+    // Creates a new empty file in the user's temporary folder, named by GetTempFileNameW from up
+    // to three characters of `prefix` (null: "tmp"), and opens it (OPEN_EXISTING, not logged).
+    // The full name is returned in `name`. With `deleteOnClose` the file is deleted by Close.
+    // Throws like GetTempPathW, GetTempFileNameW and Open; a file that could not be opened is
+    // deleted again.
+    CFile(DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD flagsAndAttributes, const wchar_t* prefix,
+          ustring& name, bool deleteOnClose = true);
+    // Closes through Close; never throws.
+    ~CFile() override;
+
+    // Closes the handle (see CHandle::Close, whose result or exception it passes on). With
+    // delete-on-close the file is then deleted and the name and flag are cleared. A handle that
+    // had a usable data log file logs "The handle has been closed." and closes that log file.
+    bool Close() override;
+
+    // CreateFileW on the long-path form of `name` (a held handle is closed first). Failure
+    // throws CWinException("CreateFileW"). The name is kept as given. With a logging mode other
+    // than 0 the channel's data log file is created (named by `name` without the characters
+    // /\:*?"<>|.) and the open is logged to it.
+    virtual void Open(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                      DWORD creation, DWORD flagsAndAttributes, HANDLE templateFile,
+                      ELoggingMode loggingMode, LPDATAFORMATTER formatter, bool deleteOnClose);
+
+    // ReadFile / WriteFile. True when the transfer completed (its bytes are logged as a SYNC
+    // record); false when it is pending on `overlapped` (it is registered with the log file and
+    // logged when GetOverlappedResult completes it). Failure logs and throws CWinException
+    // ("ReadFile" / "WriteFile").
+    virtual bool Read(void* buffer, unsigned int size, unsigned int& bytesRead, OVERLAPPED* overlapped = nullptr);
+    virtual bool Write(const void* data, unsigned int size, unsigned int& bytesWritten,
+                       OVERLAPPED* overlapped = nullptr);
+    // FlushFileBuffers; throws with that name.
+    virtual void Flush();
+    // DeviceIoControl on the handle. True when complete, false when pending on `overlapped`;
+    // failure logs and throws CWinException("DeviceIoControl").
+    virtual bool DeviceIoControlLL(DWORD controlCode, const void* inBuffer, unsigned int inSize, void* outBuffer,
+                                   unsigned int outSize, unsigned int& bytesReturned,
+                                   OVERLAPPED* overlapped = nullptr);
+    // Input-only form, for overlapped requests (`overlapped` may be null).
+    virtual bool DeviceIoControlLL(DWORD controlCode, const void* inBuffer, unsigned int inSize,
+                                   OVERLAPPED* overlapped);
+    // The file pointer / moves it (FILE_BEGIN, FILE_CURRENT, FILE_END) and returns the new
+    // position; throw CWinException("SetFilePointer").
+    virtual unsigned __int64 GetPosition();
+    virtual unsigned __int64 Seek(__int64 distance, DWORD method);
+    // GetFileSize; throws with that name.
+    virtual unsigned __int64 GetLength();
+    // Moves the file pointer to `length` and ends the file there (SetEndOfFile); throws with
+    // "SetFilePointer" or "SetEndOfFile".
+    virtual void SetLength(unsigned __int64 length);
+    // Cancels this thread's pending operations on the handle; failure logs and throws
+    // CWinException("CancelIo").
+    virtual void CancelIo();
+    // Completes a pending transfer: true (and its data logged) when done; false only for
+    // ERROR_IO_PENDING (997). Every other error, ERROR_IO_INCOMPLETE (996) of a transfer still
+    // running with `wait` false included, logs and throws CWinException("GetOverlappedResult").
+    virtual bool GetOverlappedResult(OVERLAPPED* overlapped, unsigned int& bytes, bool wait);
+
+    // The name as given to Open (empty when none, or after a delete-on-close).
+    const ustring& GetFileName() const { return m_strFileName; }
+    bool GetDeleteOnClose() const { return m_bDeleteOnClose; }
+
+protected:
+    ustring m_strFileName;
+    bool m_bDeleteOnClose;
 
     // =========================================================================================
     // END instance members
@@ -92,10 +173,11 @@ public:
     //              EPathComponents(PathDirectory | PathNameExt), out) -> "C:\\app\\data\\x.ini"
     static void UpdatePath(const wchar_t* src, EPathComponents srcParts, const wchar_t* dst, EPathComponents dstParts, ustring& out);
 
-    // Replaces each "<FOLDER_LAST_ALP>" marker by the name of the last sub-folder (in the order
-    // the system enumerates them; "." and ".." skipped) of the folder in front of the marker.
-    // True when no marker is left; false when one could not be resolved (the path then keeps
-    // that marker and everything after it).
+    // Replaces each "<FOLDER_LAST_ALP>" marker (standing for one whole path component) by the
+    // name of the last sub-folder of the folder in front of it, "." and ".." skipped. "Last" is
+    // the case-insensitive order of the names' code units, the order NTFS lists them in,
+    // whatever the file system. True when no marker is left; false when one could not be
+    // resolved (the path then keeps that marker and everything after it).
     static bool ResolvePath(ustring& path);
 
     // Whether `parent` is `child` or one of its ancestors: component-wise, case-insensitive,
