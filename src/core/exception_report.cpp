@@ -1,7 +1,7 @@
 // The two reporters of an exception: the error dialog and the console block.
 #include <tavrin/core/exception.h>
+#include <tavrin/log/console.h>
 
-#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -73,10 +73,9 @@ int CStdException::ReportError(const CExInfo& info, HWND parent, unsigned int ty
 void CStdException::ReportErrorConsole(CConsoleBase& console, const CExInfo& info,
                                        const wchar_t* fileName2, unsigned int line2)
 {
-    // Until the console classes route it, the block goes to the standard error stream.
-    const ustring block = detail::ComposeExceptionLog(info, fileName2, line2);
-    std::fputws(block.c_str(), stderr);
-    std::fflush(stderr);
+    // One Print call, so the block is not interleaved with other threads' output.
+    console.Print(CConsoleBase::SeverityError, false,
+                  detail::ComposeExceptionLog(info, fileName2, line2));
 }
 
 } // namespace tavrin
