@@ -6,9 +6,21 @@
 #include "core/file_path_internal.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <cwctype>
 
 namespace tavrin {
+
+namespace {
+
+// Whether `text` holds `piece` at position `pos`.
+bool HasAt(const ustring& text, std::size_t pos, const wchar_t* piece)
+{
+    const std::size_t length = std::wcslen(piece);
+    return pos <= text.size() && text.size() - pos >= length && std::wmemcmp(text.data() + pos, piece, length) == 0;
+}
+
+} // namespace
 
 namespace detail {
 
@@ -32,7 +44,7 @@ std::size_t PathRootLength(const ustring& path)
         }
         return pos;
     };
-    auto startsWith = [&path](const wchar_t* head) { return path.compare(0, std::wcslen(head), head) == 0; };
+    auto startsWith = [&path](const wchar_t* head) { return HasAt(path, 0, head); };
     auto isDriveAt = [&path](std::size_t at) {
         return path.size() >= at + 2 && std::iswalpha(path[at]) && path[at + 1] == L':';
     };
@@ -107,19 +119,19 @@ ustring JoinDirectories(ustring base, ustring rel)
     const std::size_t root = PathRootLength(base);
     for (;;)
     {
-        if (rel.compare(0, 2, L".\\") == 0)
+        if (HasAt(rel, 0, L".\\"))
         {
             rel.erase(0, 2);
             continue;
         }
-        if (rel.compare(0, 3, L"..\\") != 0)
+        if (!HasAt(rel, 0, L"..\\"))
             break;
         if (base.size() > root)
         {
             // The last folder of base: between the backslash before its end and its end.
             const std::size_t prev = base.size() >= 2 ? base.rfind(L'\\', base.size() - 2) : std::wstring::npos;
             const std::size_t folderStart = (prev == std::wstring::npos) ? 0 : prev + 1;
-            if (base.compare(folderStart, base.size() - folderStart, L"..\\") == 0 || folderStart < root)
+            if ((base.size() - folderStart == 3 && HasAt(base, folderStart, L"..\\")) || folderStart < root)
                 break; // nothing left that a ".." could remove
             base.erase(folderStart);
             rel.erase(0, 3);

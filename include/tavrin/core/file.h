@@ -14,6 +14,8 @@
 #include <tavrin/core/object.h>
 #include <tavrin/core/ustring.h>
 
+#include <shlobj.h> // CSIDL_* values taken by the special-folder members
+
 #include <functional>
 #include <vector>
 
