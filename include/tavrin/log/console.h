@@ -23,6 +23,7 @@
 #include <tavrin/core/config.h>
 #include <tavrin/core/object.h>
 #include <tavrin/core/ustring.h>
+#include <tavrin/util/systemtime.h>
 
 #include <cstdarg>
 #include <utility>
@@ -434,8 +435,8 @@ private:
     bool m_bConsoleOnly;
     unsigned long m_nMinIntervalMs;
     unsigned int m_nMinStepPermille;
-    unsigned int m_nLastPermille; // npos-like 0xFFFFFFFF: nothing printed yet
-    unsigned long long m_nLastTick;
+    unsigned int m_nLastPermille; // 0xFFFFFFFF: nothing printed yet
+    CStopWatch m_StopWatch;       // time since the last line
 };
 
 } // namespace tavrin
