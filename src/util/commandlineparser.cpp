@@ -130,7 +130,8 @@ ustring CCommandLineParser::GetExecutableFName() const
 ustring CCommandLineParser::GetExecutableFNameExt() const
 {
     ustring result;
-    CFile::MakePath(result, nullptr, nullptr, fileName.c_str(), extension.c_str());
+    // An executable without extension must not gain a lone dot.
+    CFile::MakePath(result, nullptr, nullptr, fileName.c_str(), extension.empty() ? nullptr : extension.c_str());
     return result;
 }
 
