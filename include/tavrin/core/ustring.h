@@ -94,7 +94,8 @@ public:
     const wchar_t& operator[](I index) const { return operator[](static_cast<unsigned int>(index)); }
 
     // ---------------------------------------------------------- comparison
-    using std::wstring::compare;
+    // The inherited positional compare overloads are hidden on purpose: `s.compare(L"x")` must
+    // be this comparison (raw difference), not the base's.
     // Raw difference of the first differing code units (a missing one counts as 0) within the
     // first maxLength positions; only the sign is meaningful.
     int compare(const ustring& other, unsigned int maxLength = npos, ECaseSensitivity mode = CaseSensitive) const;
@@ -112,6 +113,13 @@ public:
     bool operator<=(const wchar_t* other) const;
     bool operator>(const wchar_t* other) const;
     bool operator>=(const wchar_t* other) const;
+    // Against a plain std::wstring (same code-unit order); these make `u == w` unambiguous.
+    bool operator==(const std::wstring& other) const { return base() == other; }
+    bool operator!=(const std::wstring& other) const { return base() != other; }
+    bool operator<(const std::wstring& other) const { return base() < other; }
+    bool operator<=(const std::wstring& other) const { return base() <= other; }
+    bool operator>(const std::wstring& other) const { return base() > other; }
+    bool operator>=(const std::wstring& other) const { return base() >= other; }
 
     // Wildcard match ('*' any run, '?' one code unit, no escape); 0 means "matches".
     int compareWithMask(const ustring& mask, ECaseSensitivity mode = CaseSensitive) const;
@@ -231,15 +239,60 @@ public:
     ustring& replaceNonAlphaNumericSymbols();
 
 protected:
+    const std::wstring& base() const noexcept { return *this; }
     // Places a negative sign around self in locale layout `layout` (LOCALE_INEGNUMBER values).
     void add_sign(int layout, const wchar_t* sign);
 };
 
 TAVRIN_API ustring operator+(const ustring& left, const ustring& right);
-inline ustring operator+(const ustring& left, const wchar_t* right) { return ustring(left) += right; }
-inline ustring operator+(const wchar_t* left, const ustring& right) { return ustring(left) += right; }
-inline ustring operator+(const ustring& left, wchar_t right) { return ustring(left) += right; }
-inline ustring operator+(wchar_t left, const ustring& right) { return ustring(1u, left) += right; }
+
+namespace ustring_detail {
+template <class T>
+using Bare = std::remove_cv_t<std::remove_reference_t<T>>;
+template <class T>
+struct IsUstring : std::is_same<Bare<T>, ustring>
+{
+};
+// Text that concatenates with a ustring: any std::wstring (ustring included), a wide
+// character pointer or array, or one wide character.
+template <class T>
+struct IsTextOperand
+    : std::integral_constant<bool, std::is_base_of<std::wstring, Bare<T>>::value || std::is_same<Bare<T>, wchar_t>::value ||
+                                       std::is_convertible<std::decay_t<T>, const wchar_t*>::value>
+{
+};
+inline void AppendText(std::wstring& out, const std::wstring& text) { out.append(text); }
+inline void AppendText(std::wstring& out, const wchar_t* text)
+{
+    if (text)
+        out.append(text);
+}
+inline void AppendText(std::wstring& out, wchar_t ch) { out.push_back(ch); }
+} // namespace ustring_detail
+
+// Every other concatenation with a ustring operand (a temporary, a std::wstring, a literal, a
+// character) yields a ustring as well. Without this the standard library's rvalue overloads
+// compete with the exported operator and the result silently decays to std::wstring.
+template <class L, class R,
+          std::enable_if_t<(ustring_detail::IsUstring<L>::value || ustring_detail::IsUstring<R>::value) &&
+                               ustring_detail::IsTextOperand<L>::value && ustring_detail::IsTextOperand<R>::value,
+                           int> = 0>
+ustring operator+(L&& left, R&& right)
+{
+    if constexpr (ustring_detail::IsUstring<L>::value && !std::is_reference<L>::value && !std::is_const<L>::value)
+    {
+        ustring result(std::move(left)); // reuse a temporary's buffer
+        ustring_detail::AppendText(result, right);
+        return result;
+    }
+    else
+    {
+        ustring result;
+        ustring_detail::AppendText(result, left);
+        ustring_detail::AppendText(result, right);
+        return result;
+    }
+}
 
 // Orders names by their first embedded number ("COM9" before "COM10"); the surrounding text
 // plays no part, so names with the same number are equivalent.
