@@ -43,11 +43,27 @@ int CIniFile::GetInt(const wchar_t* section, const wchar_t* key, int defaultValu
     return static_cast<int>(::GetPrivateProfileIntW(section, key, defaultValue, m_strPath.c_str()));
 }
 
+void CIniFile::CreateUnicodeFile() const
+{
+    // The profile functions create a missing file in the ANSI code page, which loses every
+    // character outside it; a file that starts with the UTF-16 byte-order mark is kept in UTF-16.
+    // CREATE_NEW never touches a file that exists (or that another writer just created).
+    HANDLE file = ::CreateFileW(m_strPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return;
+    const wchar_t byteOrderMark = 0xFEFF;
+    DWORD written = 0;
+    ::WriteFile(file, &byteOrderMark, sizeof(byteOrderMark), &written, nullptr);
+    ::CloseHandle(file);
+}
+
 bool CIniFile::WriteString(const wchar_t* section, const wchar_t* key, const wchar_t* value)
 {
     // Null section or key would delete a whole section; that is DeleteSection's job.
     if (!section || !key)
         return false;
+    if (value)
+        CreateUnicodeFile();
     return ::WritePrivateProfileStringW(section, key, value, m_strPath.c_str()) != FALSE;
 }
 

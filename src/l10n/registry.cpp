@@ -240,15 +240,11 @@ bool RegDeleteKeyW(HKEY root, const wchar_t* key)
 {
     if (!key || !*key)
         return false;
-    {
-        CRegKey hKey;
-        if (hKey.Open(root, key, KEY_READ | DELETE) != ERROR_SUCCESS)
-            return false;
-        // Empties the key; the key itself goes below.
-        if (::RegDeleteTreeW(hKey.Get(), nullptr) != ERROR_SUCCESS)
-            return false;
-    }
-    return ::RegDeleteKeyW(root, key) == ERROR_SUCCESS;
+    if (::RegDeleteTreeW(root, key) != ERROR_SUCCESS)
+        return false;
+    // Systems that only empty the named key leave it for this call.
+    long result = ::RegDeleteKeyW(root, key);
+    return result == ERROR_SUCCESS || result == ERROR_FILE_NOT_FOUND;
 }
 
 bool RegDeleteValueW(HKEY root, const wchar_t* key, const wchar_t* valueName)

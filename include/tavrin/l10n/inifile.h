@@ -42,7 +42,8 @@ public:
     // The entry read as a number (GetPrivateProfileIntW: leading digits, a missing entry gives
     // `defaultValue`).
     int GetInt(const wchar_t* section, const wchar_t* key, int defaultValue = 0) const;
-    // Creates the file, the section and the entry as needed; a null value deletes the entry.
+    // Creates the file (in UTF-16, so that any text survives), the section and the entry as
+    // needed; a null value deletes the entry. An existing file keeps its encoding.
     bool WriteString(const wchar_t* section, const wchar_t* key, const wchar_t* value);
     bool WriteInt(const wchar_t* section, const wchar_t* key, int value);
     bool DeleteEntry(const wchar_t* section, const wchar_t* key);
@@ -60,6 +61,8 @@ public:
 private:
     // A double-NUL-terminated list from one of the profile functions that fill such lists.
     bool ReadList(const wchar_t* section, std::vector<ustring>& out) const;
+    // Creates the file with a UTF-16 byte-order mark when it does not exist yet.
+    void CreateUnicodeFile() const;
 
     ustring m_strPath;
 };

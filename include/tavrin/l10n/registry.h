@@ -13,7 +13,8 @@
 //
 // windows.h maps the name RegGetValue to RegGetValueW; this header removes that macro so that
 // tavrin::RegGetValue keeps its own name. Code that wants the Windows function calls
-// RegGetValueW by its full name.
+// RegGetValueW by its full name. tavrin::RegDeleteKeyW has the Windows function's signature, so
+// code with `using namespace tavrin` names it with its namespace.
 #pragma once
 
 #include <tavrin/core/config.h>
