@@ -20,8 +20,10 @@ namespace {
 
 constexpr std::size_t kNotFound = std::wstring::npos;
 
-// _fcvt works in a fixed-size buffer; fraction digits past this are zeros anyway for a double.
-constexpr int kMaxFcvtDigits = 100;
+// _fcvt converts in a small fixed buffer of the C runtime and returns garbage once integer and
+// fraction digits overflow it, so it is asked for at most this many fraction digits; a longer
+// fraction is padded with zeros (a double carries about 17 significant digits anyway).
+constexpr int kMaxFcvtDigits = 48;
 
 // The one "%" escape of a code unit: "%" and at least two upper-case hexadecimal digits.
 ustring PercentEscape(wchar_t ch)

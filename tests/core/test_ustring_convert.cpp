@@ -149,6 +149,9 @@ TEST_F(UstringNumbers, FixedPointUnitedStates)
     EXPECT_EQ(ustring::fcvt(1e20, 0, false), L"100000000000000000000");
     // The sign follows the runtime's flag, so a negative value rounding to zero keeps it.
     EXPECT_EQ(ustring::fcvt(-0.001, 2, false), L"-0.00");
+    // Far more digits than a double carries: the fraction is padded, never cut or overrun.
+    EXPECT_EQ(ustring::fcvt(1.5, 150, false), L"1.5" + ustring(149u, L'0'));
+    EXPECT_EQ(ustring::fcvt(1.5, 150, true), L"1.5");
 }
 
 TEST_F(UstringNumbers, FixedPointGerman)
