@@ -68,6 +68,11 @@ std::size_t PathRootLength(const ustring& path)
 
 } // namespace detail
 
+// Defined here so that the constants are exported and callers can bind references to them.
+const unsigned int CFile::m_nMaxPathLong;
+const wchar_t* const CFile::m_strFileNamespacePrefix = L"\\\\?\\";
+const wchar_t* const CFile::m_strUNC = L"UNC";
+
 using detail::NormalizeSeparators;
 using detail::PathRootLength;
 

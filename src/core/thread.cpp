@@ -19,6 +19,9 @@ const DWORD kErrorUnhandledException = 574;
 
 } // namespace
 
+// Defined here so that the constant is exported and callers can bind references to it.
+const unsigned int CThread::m_nExceptionExitCode;
+
 CThread::CThread() : CThread(Routine())
 {
 }

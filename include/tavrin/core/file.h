@@ -119,11 +119,11 @@ protected:
 public:
     // ---------------------------------------------------------------- path constants
     // Longest path in code units; also the buffer size for module file names.
-    static constexpr unsigned int m_nMaxPathLong = 32767;
+    static const unsigned int m_nMaxPathLong = 32767;
     // The Win32 file-namespace prefix, \\?\ .
-    static constexpr const wchar_t* m_strFileNamespacePrefix = L"\\\\?\\";
-    // Replaces the first backslash of \\server\share in the long-path form \\?\UNC\server\share.
-    static constexpr const wchar_t* m_strUNC = L"UNC";
+    static const wchar_t* const m_strFileNamespacePrefix;
+    // "UNC": replaces the first backslash of \\server\share in the long form \\?\UNC\server\share.
+    static const wchar_t* const m_strUNC;
 
     // The four parts of a path, as bit flags.
     enum EPathComponents

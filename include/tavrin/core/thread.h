@@ -34,7 +34,7 @@ public:
     using Routine = std::function<unsigned int()>;
 
     // Exit code of a thread whose routine ended by an exception.
-    static constexpr unsigned int m_nExceptionExitCode = 0xFFFFFFFFu;
+    static const unsigned int m_nExceptionExitCode = 0xFFFFFFFFu;
 
     // A thread object without routine: derived classes override Run.
     CThread();
