@@ -35,18 +35,17 @@ ReportRows BuildRows(const CStdException::CExInfo& info, const wchar_t* fileName
     return rows;
 }
 
-// "%ls%ls\r\n" per row, every label padded to one space after the longest, so that the values
-// start in one column.
+// "%ls%ls\r\n" per row. Every label is padded to one space after the longest label there is
+// ("File name 2:", as long as "Application:"), so the values of every block start in the same
+// column.
 ustring FormatRows(const ReportRows& rows)
 {
-    size_t width = 0;
-    for (const auto& row : rows)
-        width = std::max(width, std::wcslen(row.first));
+    static const size_t labelWidth = sizeof("File name 2:") - 1 + 1;
     ustring text;
     for (const auto& row : rows)
     {
         ustring label(row.first);
-        label.resize(width + 1, L' ');
+        label.resize(std::max(labelWidth, label.size() + 1), L' ');
         text += ustring::sprintf_stc(L"%ls%ls\r\n", label.c_str(), row.second.c_str());
     }
     return text;
