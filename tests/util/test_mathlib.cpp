@@ -380,3 +380,46 @@ TEST(MathLib, RandomizedIntegerText)
     }
     EXPECT_GT(converted, 1000);
 }
+
+TEST(MathLib, RandomizedTextToDouble)
+{
+    const unsigned int seed = FuzzSeed(2718u);
+    std::mt19937_64 rng(seed);
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::uniform_real_distribution<double> mantissa(-1.0, 1.0);
+    std::uniform_int_distribution<int> exponent(-30, 30);
+
+    // Printed with round-trip precision, a number reads back exactly with "%lf" and within an
+    // ulp or two through the automation conversion.
+    for (int n = 0; n < 50000; ++n)
+    {
+        const double value = mantissa(rng) * std::pow(10.0, exponent(rng));
+        wchar_t text[64];
+        swprintf(text, 64, n % 2 ? L"%.17g" : L"%.17e", value);
+        ASSERT_EQ(wtof(text), value) << text;
+        ASSERT_NEAR(wtof(text, 1033), value, std::fabs(value) * 1e-15) << text;
+    }
+
+    // Arbitrary text: never a crash, and a result only when the text starts with a number.
+    const std::wstring alphabet = L"0123456789.,eE+- \tinfINFnaNxX";
+    std::uniform_int_distribution<std::size_t> length(0, 16), pick(0, alphabet.size() - 1);
+    for (int n = 0; n < 100000; ++n)
+    {
+        std::wstring text(length(rng), L'0');
+        for (wchar_t& ch : text)
+            ch = alphabet[pick(rng)];
+        const double plain = wtof(text.c_str());
+        const double localized = wtof(text.c_str(), n % 2 ? 1033 : 1031);
+        wchar_t* end = nullptr;
+        const double reference = std::wcstod(text.c_str(), &end);
+        if (end == text.c_str())
+        {
+            ASSERT_EQ(plain, 0.0) << text;
+        }
+        else if (std::isfinite(reference))
+        {
+            ASSERT_EQ(plain, reference) << text;
+        }
+        ASSERT_FALSE(std::isnan(localized)) << text;
+    }
+}

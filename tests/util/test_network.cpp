@@ -539,3 +539,43 @@ TEST(Network, RandomizedMac)
     }
     EXPECT_GT(accepted, 1000);
 }
+
+TEST(Network, RandomizedSocketAddressText)
+{
+    const unsigned int seed = FuzzSeed(8080u);
+    std::mt19937 rng(seed);
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    const std::wstring alphabet = L"0123456789abcdefABCDEF:::...[]%()";
+    sockaddr_in anchor = {};
+    anchor.sin_family = AF_INET;
+    anchor.sin_port = htons(1);
+    anchor.sin_addr.s_addr = htonl(0x01020304u);
+    int accepted = 0;
+    for (int n = 0; n < kFuzzCount; ++n)
+    {
+        const std::wstring text = RandomText(rng, alphabet, 24);
+        SOCKET_ADDRESS_EX record(anchor);
+        if (!record.StringToAddress(text.c_str()))
+        {
+            // Refused text leaves the record as it was.
+            sockaddr_in back;
+            ASSERT_TRUE(record.GetSockAddr(back)) << text;
+            ASSERT_EQ(back.sin_addr.s_addr, anchor.sin_addr.s_addr) << text;
+            continue;
+        }
+        ++accepted;
+        const int family = record.GetFamily();
+        ASSERT_TRUE(family == AF_INET || family == AF_INET6 || family == AF_BTH) << text;
+        ASSERT_EQ(record.lpSockaddr, reinterpret_cast<sockaddr*>(&record.Ipv4));
+        // An accepted address prints, and the print reads back to the same record.
+        ustring printed;
+        ASSERT_TRUE(record.AddressToStringEx(printed)) << text;
+        SOCKET_ADDRESS_EX again;
+        ASSERT_TRUE(again.StringToAddress(printed.c_str())) << text << L" -> " << printed;
+        ASSERT_EQ(again.GetFamily(), family);
+        ASSERT_EQ(again.iSockaddrLength, record.iSockaddrLength);
+        ASSERT_EQ(std::memcmp(again.lpSockaddr, record.lpSockaddr, static_cast<std::size_t>(record.iSockaddrLength)), 0)
+            << text << L" -> " << printed;
+    }
+    EXPECT_GT(accepted, 100);
+}
