@@ -183,7 +183,8 @@ public:
     static bool ResolvePath(ustring& path);
 
     // Whether `parent` is `child` or one of its ancestors: component-wise, case-insensitive,
-    // "/" and "\\" alike, trailing separators ignored. Null is treated as empty text.
+    // "/" and "\\" alike, trailing separators ignored. Null is treated as empty text; an empty
+    // parent has no components and so is an ancestor of everything.
     static bool IsParentFolder(const wchar_t* parent, const wchar_t* child);
 
     // ---------------------------------------------------------------- file system
@@ -193,8 +194,9 @@ public:
     // existing path does nothing.
     static void CreateFolder(const wchar_t* path);
 
-    // Whether a file or folder exists (null or empty: false). Drive roots such as C:\ are found
-    // through PathFileExistsW; in that case `isFolder` is set from the path's attributes.
+    // Whether a file or folder exists (null or empty: false). The name goes to FindFirstFileW,
+    // so a name with wildcards tells whether anything matches. Drive roots such as C:\ are
+    // found through PathFileExistsW; `isFolder` is then set from the path's attributes.
     static bool FileExists(const wchar_t* path);
     static bool FileExists(const wchar_t* path, bool& isFolder);
     // The same for MakePath(null, special folder `csidl`, fname, ext); false when the special
