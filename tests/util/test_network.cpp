@@ -130,6 +130,9 @@ TEST(Network, IPv4ValidationAndClassification)
     EXPECT_EQ(Bytes(a), (std::vector<unsigned char>{127, 0, 0, 1}));
     EXPECT_EQ(ValidateIPv4(L"1..2.3", a), AddressPublic); // an empty piece is 0
     EXPECT_EQ(Bytes(a), (std::vector<unsigned char>{1, 0, 2, 3}));
+    // The split drops a trailing empty piece, so one trailing dot is tolerated.
+    EXPECT_EQ(ValidateIPv4(L"1.2.3.4.", a), AddressPublic);
+    EXPECT_EQ(Bytes(a), (std::vector<unsigned char>{1, 2, 3, 4}));
 
     in_addr untouched;
     std::memset(&untouched, 0xAB, sizeof untouched);
