@@ -4,14 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <deque>
 #include <list>
 #include <map>
+#include <ostream>
 #include <set>
 #include <vector>
-
-#include <cstdio>
-#include <ostream>
 
 using namespace tavrin;
 

@@ -147,20 +147,26 @@ public:
     bool unwrap(wchar_t open, wchar_t close, bool trimSpaces = false);
 
     // ---------------------------------------------------------- extraction and replacement
+    // The positional substr(pos, count) of the base stays available (it returns std::wstring).
     using std::wstring::substr;
-    // Text between the markers `from` and `to` (either may be null); see the implementation.
+    // Text after the first `from` (or from the start when null; empty when `from` is absent),
+    // up to the next `to` after it (or to the end when null or, unless requireTo, absent;
+    // empty when requireTo and absent). includeFrom keeps the `from` marker; `to` is never kept.
     ustring substr(const wchar_t* from, const wchar_t* to, bool includeFrom = false, bool requireTo = false) const;
 
     using std::wstring::replace;
-    // Every occurrence, left to right, without rescanning inserted text. `what` must not be empty.
+    // Every occurrence, left to right, without rescanning inserted text. An empty `what`
+    // changes nothing.
     ustring& replace(const ustring& what, const ustring& with);
-    // Repeats replace until nothing changes; `with` must not contain `what`.
+    // Repeats replace until nothing changes. A `with` that contains `what` would grow the text
+    // forever; it is applied in a single pass instead.
     ustring& replace_recursively(const ustring& what, const ustring& with);
 
     // ---------------------------------------------------------- splitting and joining
     // Splits at every occurrence of the separator text (not a character set); an empty text
-    // gives no pieces; a trailing separator gives an empty last piece only when asked. The set
-    // forms collapse duplicates. Return the container's size.
+    // gives no pieces; a trailing separator gives an empty last piece only when asked; an empty
+    // or null separator gives the whole text as one piece. The set forms collapse duplicates.
+    // Return the container's size.
     static unsigned int split(const ustring& text, const wchar_t* separator, std::vector<ustring>& out, bool keepTrailingEmpty = false);
     static unsigned int split(const ustring& text, const wchar_t* separator, std::list<ustring>& out, bool keepTrailingEmpty = false);
     static unsigned int split(const ustring& text, const wchar_t* separator, std::deque<ustring>& out, bool keepTrailingEmpty = false);
@@ -225,7 +231,8 @@ public:
 
     // ---------------------------------------------------------- formatted printing
     // Microsoft C runtime wide printf formats: "%ls" for wide strings, "%I64u"/"%I64X" for
-    // 64-bit integers. No length limit.
+    // 64-bit integers. No length limit. A null or malformed format gives empty text. An
+    // argument may point into self.
     ustring& sprintf(const wchar_t* format, ...);
     static ustring sprintf_stc(const wchar_t* format, ...);
     ustring& vsprintf(const wchar_t* format, va_list args);
