@@ -147,6 +147,13 @@ TEST(CommandLineParser, OptionRecognitionEdgeCases)
     EXPECT_EQ(1u, all.count(L"?"));
     EXPECT_EQ(0u, all.count(L"a"));
 
+    // Letters beyond ASCII are graphic characters too (only the ASCII letters vary in case here:
+    // folding follows the C runtime's towlower, which leaves other letters alone in its "C" locale).
+    P umlaut = Parse({L"prog", L"-Gr\x00f6\x00df" L"e", L"5"});
+    int size = 0;
+    EXPECT_TRUE(umlaut.GetVariable(P::CommandLineParameter, L"gR\x00f6\x00df" L"E", size));
+    EXPECT_EQ(5, size);
+
     // Rejected items: a lone "-" or "/", names with blanks or control characters, positional
     // words. None of them stops the walk.
     P rejected = Parse({L"prog", L"-", L"/", L"-a b", L"-tab\there", L"-bell\x07", L"word", L"-ok", L"1"});
