@@ -9,4 +9,10 @@ source "$root/scripts/test-services.sh"
 start_test_services
 trap stop_test_services EXIT
 cd "$root/build/x64/bin"
-wine64 ./tavrin_sample.exe "$@"
+# The console writes UTF-16 text (colour changes on standard output, text on standard error);
+# one pipe keeps their order and iconv makes it readable on this terminal.
+set +e
+wine64 ./tavrin_sample.exe "$@" 2>&1 | iconv -f UTF-16LE -t UTF-8
+status=${PIPESTATUS[0]}
+echo "tavrin_sample exited with $status"
+exit "$status"
