@@ -225,6 +225,12 @@ ustring& ustring::operator+=(const ustring& other)
     return *this;
 }
 
+ustring& ustring::operator+=(const std::wstring& other)
+{
+    std::wstring::append(other);
+    return *this;
+}
+
 ustring& ustring::operator+=(const wchar_t* text)
 {
     if (text)

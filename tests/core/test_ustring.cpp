@@ -79,15 +79,16 @@ TEST(UstringBasics, ConstructionAndAssignment)
     s += L'c';
     s += ustring(L"de");
     s += static_cast<const wchar_t*>(nullptr);
-    EXPECT_EQ(s, L"zabcde");
+    s += std::wstring(L"f");
+    EXPECT_EQ(s, L"zabcdef");
     EXPECT_EQ(ustring(L"x") + ustring(L"y"), L"xy");
     EXPECT_EQ(L'<' + ustring(L"t") + L'>', L"<t>");
 
     const wchar_t* raw = s;
-    EXPECT_EQ(std::wstring(raw), L"zabcde");
+    EXPECT_EQ(std::wstring(raw), L"zabcdef");
     s[0] = L'Z';
     EXPECT_EQ(s[0], L'Z');
-    EXPECT_EQ(s[5u], L'e');
+    EXPECT_EQ(s[6u], L'f');
 
     std::wstring plain(L"plain");
     ustring moved(std::move(plain));

@@ -30,9 +30,10 @@ enum ECaseSensitivity
     CaseInsensitive = 1, // any non-zero value folds case
 };
 
-// Borrowed view of a length-counted OLE string (BSTR). The library takes its COM strings in
-// this form: the characters and the length (SysStringLen) are read, so embedded NULs survive;
-// a null BSTR is the empty string. The view never frees the BSTR.
+// Borrowed view of a length-counted OLE string (BSTR), the form in which ustring takes COM
+// strings (MinGW lacks the COM support library behind _bstr_t). The characters and the length
+// (SysStringLen) are read, so embedded NULs survive; a null BSTR is the empty string. The view
+// never frees the BSTR:  ustring text{CBStrRef(bstr)};  text += CBStrRef(other);
 class CBStrRef
 {
 public:
@@ -76,6 +77,7 @@ public:
     ustring& operator=(const CBStrRef& bstr);
 
     ustring& operator+=(const ustring& other);
+    ustring& operator+=(const std::wstring& other);
     ustring& operator+=(const wchar_t* text); // null appends nothing
     ustring& operator+=(wchar_t ch);
     ustring& operator+=(const CBStrRef& bstr);
