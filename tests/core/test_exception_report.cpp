@@ -6,6 +6,7 @@
 #include <tavrin/log/console.h>
 
 #include <gtest/gtest.h>
+#include <tavrin_test.h>
 
 #include <thread>
 #include <utility>
@@ -193,15 +194,6 @@ bool Inside(const RECT& inner, const RECT& outer)
            inner.bottom <= outer.bottom && inner.right > inner.left && inner.bottom > inner.top;
 }
 
-bool CanCreateWindows()
-{
-    HWND probe = ::CreateWindowExW(0, L"Static", L"", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-    if (probe == nullptr)
-        return false;
-    ::DestroyWindow(probe);
-    return true;
-}
-
 // The parent of the help test: records the context identifier of WM_HELP.
 DWORD_PTR g_nHelpContext = 0;
 LRESULT CALLBACK HelpParentProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam)
@@ -218,7 +210,7 @@ LRESULT CALLBACK HelpParentProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM l
 
 TEST(ExceptionReportDialog, ShowsTranslatedMessageDetailsAndApplication)
 {
-    if (!CanCreateWindows())
+    if (!tavrintest::CanCreateWindows())
         GTEST_SKIP() << "no display to show the dialog on";
     CStdException::SetAppName(L"Report Tool");
     CTranslatorInstance::Ref().SetTranslation(L"Dup loop", L"Doppelte Schleife");
@@ -276,7 +268,7 @@ TEST(ExceptionReportDialog, ShowsTranslatedMessageDetailsAndApplication)
 
 TEST(ExceptionReportDialog, EscapeHelpAndTheApplicationNameAsCaption)
 {
-    if (!CanCreateWindows())
+    if (!tavrintest::CanCreateWindows())
         GTEST_SKIP() << "no display to show the dialog on";
     CStdException::SetAppName(L"Caption From App");
 

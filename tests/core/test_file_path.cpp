@@ -3,6 +3,7 @@
 #include <tavrin/core/file.h>
 
 #include <gtest/gtest.h>
+#include <tavrin_test.h>
 
 #include <objbase.h>
 #include <shlobj.h>
@@ -15,50 +16,10 @@ using tavrin::CFile;
 using tavrin::CWinException;
 using tavrin::ustring;
 
+using tavrintest::CatchWinException;
+using tavrintest::RemoveTree;
+
 namespace {
-
-// Runs `call` and returns the CWinException it throws; fails the test when it throws none.
-CWinException ExpectWinException(const std::function<void()>& call)
-{
-    try
-    {
-        call();
-    }
-    catch (const CWinException& e)
-    {
-        return e;
-    }
-    ADD_FAILURE() << "no CWinException thrown";
-    return CWinException(0, L"", L"", 0);
-}
-
-// Removes a file or folder tree through the long-path form, so deep trees go too.
-void RemoveTree(const ustring& path)
-{
-    const ustring longName = CFile::OptAddFileNamePrefix(path);
-    const DWORD attributes = ::GetFileAttributesW(longName);
-    if (attributes == INVALID_FILE_ATTRIBUTES)
-        return;
-    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-    {
-        ::SetFileAttributesW(longName, FILE_ATTRIBUTE_NORMAL);
-        ::DeleteFileW(longName);
-        return;
-    }
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW(longName + L"\\*", &data);
-    if (find != INVALID_HANDLE_VALUE)
-    {
-        do
-        {
-            const ustring name(data.cFileName);
-            if (name != L"." && name != L"..")
-                RemoveTree(path + L"\\" + name);
-        } while (::FindNextFileW(find, &data));
-        ::FindClose(find);
-    }
-    ::RemoveDirectoryW(longName);
-}
 
 void WriteTextFile(const ustring& path, const char* text)
 {
@@ -299,7 +260,7 @@ TEST_F(FilePathTest, LongPathsAreCreatedUsedAndDeleted)
     const ustring copy = deep + L"\\copy.bin";
     CFile::CopyFileW(file, copy, true);
     EXPECT_EQ(CFile::GetLength(copy), 10u);
-    const CWinException exists = ExpectWinException([&] { CFile::CopyFileW(file, copy, true); });
+    const CWinException exists = CatchWinException([&] { CFile::CopyFileW(file, copy, true); });
     EXPECT_EQ(exists.GetFunction(), L"CopyFileW");
     EXPECT_EQ(exists.GetErrorCode(), ERROR_FILE_EXISTS);
     CFile::CopyFileW(file, copy, false); // overwriting is allowed
@@ -308,13 +269,13 @@ TEST_F(FilePathTest, LongPathsAreCreatedUsedAndDeleted)
     CFile::MoveFileW(copy, moved);
     EXPECT_FALSE(CFile::FileExists(copy));
     EXPECT_TRUE(CFile::FileExists(moved));
-    const CWinException moveOnto = ExpectWinException([&] { CFile::MoveFileW(file, moved); });
+    const CWinException moveOnto = CatchWinException([&] { CFile::MoveFileW(file, moved); });
     EXPECT_EQ(moveOnto.GetFunction(), L"MoveFileW");
     EXPECT_EQ(moveOnto.GetErrorCode(), ERROR_ALREADY_EXISTS);
 
     CFile::SetAttributes(moved, FILE_ATTRIBUTE_READONLY);
     EXPECT_NE(CFile::GetAttributes(moved) & FILE_ATTRIBUTE_READONLY, 0u);
-    const CWinException readOnly = ExpectWinException([&] { CFile::DeleteFileW(moved); });
+    const CWinException readOnly = CatchWinException([&] { CFile::DeleteFileW(moved); });
     EXPECT_EQ(readOnly.GetFunction(), L"DeleteFileW");
     EXPECT_EQ(readOnly.GetErrorCode(), ERROR_ACCESS_DENIED);
     CFile::SetAttributes(moved, FILE_ATTRIBUTE_NORMAL);
@@ -346,7 +307,7 @@ TEST_F(FilePathTest, CreateFolder)
     WriteTextFile(Sub(L"a\\file"), "x");
     for (const wchar_t* below : {L"a\\file\\x\\y", L"a\\file"})
     {
-        const CWinException e = ExpectWinException([&] { CFile::CreateFolder(Sub(below)); });
+        const CWinException e = CatchWinException([&] { CFile::CreateFolder(Sub(below)); });
         EXPECT_EQ(e.GetErrorCode(), ERROR_INVALID_PARAMETER);
         EXPECT_EQ(e.GetFunction(), L"CFile::CreateDirectory");
         EXPECT_EQ(e.GetLine(), 854u);
@@ -354,7 +315,7 @@ TEST_F(FilePathTest, CreateFolder)
     EXPECT_FALSE(CFile::FileExists(Sub(L"a\\file\\x")));
 
     // A folder that cannot be made (invalid name character) names CreateDirectoryW.
-    const CWinException bad = ExpectWinException([&] { CFile::CreateFolder(Sub(L"a\\bad|name\\x")); });
+    const CWinException bad = CatchWinException([&] { CFile::CreateFolder(Sub(L"a\\bad|name\\x")); });
     EXPECT_EQ(bad.GetFunction(), L"CreateDirectoryW");
     EXPECT_EQ(bad.GetLine(), 873u);
     EXPECT_NE(bad.GetErrorCode(), 0);
@@ -403,7 +364,7 @@ TEST_F(FilePathTest, FailuresNameTheSystemCall)
     };
     for (const Case& c : cases)
     {
-        const CWinException e = ExpectWinException(c.call);
+        const CWinException e = CatchWinException(c.call);
         EXPECT_EQ(e.GetFunction(), c.function);
         EXPECT_EQ(e.GetErrorCode(), ERROR_FILE_NOT_FOUND) << ustring(c.function).c_str();
     }
@@ -440,7 +401,7 @@ TEST(FilePathModule, GetModuleFileNameW)
     const HINSTANCE bogus = reinterpret_cast<HINSTANCE>(static_cast<INT_PTR>(0x10));
     EXPECT_FALSE(CFile::GetModuleFileNameW(bogus, out, CFile::ModulePath, true));
     EXPECT_TRUE(out.empty());
-    const CWinException e = ExpectWinException([&] { CFile::GetModuleFileNameW(bogus, out); });
+    const CWinException e = CatchWinException([&] { CFile::GetModuleFileNameW(bogus, out); });
     EXPECT_EQ(e.GetFunction(), L"GetModuleFileNameW");
     EXPECT_EQ(e.GetLine(), 728u);
     EXPECT_NE(e.GetErrorCode(), 0);
@@ -470,10 +431,10 @@ TEST(FilePathSpecial, SpecialFoldersAndLocations)
     EXPECT_FALSE(CFile::GetSpecialFolderPathEx(unknown, L"x", joined));
     EXPECT_FALSE(tavrin::GetSpecialFolderLocation(unknown, location));
     EXPECT_FALSE(CFile::FileExists(unknown, L"x", L"txt"));
-    const CWinException e = ExpectWinException([&] { CFile::GetSpecialFolderPath(unknown, joined); });
+    const CWinException e = CatchWinException([&] { CFile::GetSpecialFolderPath(unknown, joined); });
     EXPECT_EQ(e.GetFunction(), L"SHGetSpecialFolderPath");
     EXPECT_NE(e.GetErrorCode(), 0);
-    EXPECT_EQ(ExpectWinException([&] { CFile::GetLength(unknown, L"x", L"txt"); }).GetFunction(), L"SHGetSpecialFolderPath");
+    EXPECT_EQ(CatchWinException([&] { CFile::GetLength(unknown, L"x", L"txt"); }).GetFunction(), L"SHGetSpecialFolderPath");
 
     // A file in a special folder, named by folder, name and extension.
     const ustring name = ustring::sprintf_stc(L"tavrin_special_%lu", ::GetCurrentProcessId());
@@ -512,7 +473,7 @@ TEST_F(FilePathTest, TempNames)
     EXPECT_EQ(fname.compareNoCase(L"tvrBEEF"), 0) << fname.c_str();
     EXPECT_FALSE(CFile::FileExists(formed));
 
-    const CWinException e = ExpectWinException([&] { CFile::GetTempFileNameW(Sub(L"missing"), L"tvr", 0, formed); });
+    const CWinException e = CatchWinException([&] { CFile::GetTempFileNameW(Sub(L"missing"), L"tvr", 0, formed); });
     EXPECT_EQ(e.GetFunction(), L"GetTempFileName");
     EXPECT_NE(e.GetErrorCode(), 0);
 }
@@ -549,7 +510,7 @@ TEST_F(FilePathTest, CreateShortcut)
     ::CoUninitialize();
 
     // A link in a folder that does not exist cannot be saved.
-    const CWinException e = ExpectWinException([&] { tavrin::CreateShortcut(Sub(L"missing\\x.lnk"), target); });
+    const CWinException e = CatchWinException([&] { tavrin::CreateShortcut(Sub(L"missing\\x.lnk"), target); });
     EXPECT_EQ(e.GetFunction(), L"IPersistFile::Save");
     EXPECT_LT(e.GetErrorCode(), 0); // an HRESULT
 }

@@ -4,6 +4,7 @@
 #include <tavrin/l10n/translator.h>
 
 #include <gtest/gtest.h>
+#include <tavrin_test.h>
 
 #include <string>
 #include <vector>
@@ -29,20 +30,6 @@ void WriteBytes(const std::wstring& path, const std::vector<unsigned char>& byte
         ::WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
     ::CloseHandle(file);
     ASSERT_EQ(written, bytes.size());
-}
-
-std::vector<unsigned char> ReadBytes(const std::wstring& path)
-{
-    std::vector<unsigned char> bytes;
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return bytes;
-    unsigned char chunk[4096];
-    DWORD read = 0;
-    while (::ReadFile(file, chunk, sizeof(chunk), &read, nullptr) && read > 0)
-        bytes.insert(bytes.end(), chunk, chunk + read);
-    ::CloseHandle(file);
-    return bytes;
 }
 
 // UTF-16LE bytes of a text, with the byte-order mark in front when asked.
@@ -199,7 +186,7 @@ TEST(LanguageFile, SaveWritesTheExactFormatAndRoundTrips)
     translator.SaveLanguageFile(file.Path());
 
     // Key order, brackets, escaped breaks, "\r\n" after each line, the mark in front.
-    EXPECT_EQ(ReadBytes(file.Path()), Utf16(L"[[x]]\r\n[\x042F]\r\n"
+    EXPECT_EQ(tavrintest::ReadFileBytes(file.Path()), Utf16(L"[[x]]\r\n[\x042F]\r\n"
                                             L"[a\\r\\nline]\r\n[x\\ry\\nz]\r\n"
                                             L"[b]\r\n[]\r\n"));
 
@@ -230,7 +217,7 @@ TEST(LanguageFile, SaveWritesTheExactFormatAndRoundTrips)
     // An empty table is the mark alone; saving replaces what the file held.
     CTranslator none;
     none.SaveLanguageFile(file.Path());
-    EXPECT_EQ(ReadBytes(file.Path()), (std::vector<unsigned char>{0xFF, 0xFE}));
+    EXPECT_EQ(tavrintest::ReadFileBytes(file.Path()), (std::vector<unsigned char>{0xFF, 0xFE}));
 
     // A path that cannot be created throws.
     EXPECT_THROW(none.SaveLanguageFile(TempPath(L"no\\such\\folder\\x.lng").c_str()), CWinException);

@@ -5,6 +5,7 @@
 #include <commctrl.h>
 
 #include <gtest/gtest.h>
+#include <tavrin_test.h>
 
 #include <string>
 #include <vector>
@@ -111,18 +112,8 @@ CTranslator& GermanTranslator(CTranslator& translator)
 
 const wchar_t* const kOe = L"\x00D6" L"ffnen";
 
-// Wine creates windows only with a display; without one these tests skip.
-bool CanCreateWindows()
-{
-    HWND probe = ::CreateWindowExW(0, L"Static", L"", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-    if (probe == nullptr)
-        return false;
-    ::DestroyWindow(probe);
-    return true;
-}
-
 #define SKIP_WITHOUT_WINDOWS()                                                                     \
-    if (!CanCreateWindows())                                                                       \
+    if (!tavrintest::CanCreateWindows())                                                                       \
     GTEST_SKIP() << "no display to create windows on"
 
 } // namespace
