@@ -2,6 +2,8 @@
 #include <tavrin/log/logfile.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <type_traits>
 #include <utility>
 
 namespace tavrin {
@@ -11,7 +13,14 @@ namespace {
 const DWORD kWorkerCycleMs = 100;
 // Bytes per line of a data record's dump.
 const unsigned int kDumpWidth = 32;
-const wchar_t kHexDigits[] = L"0123456789ABCDEF";
+const char kHexDigits[] = "0123456789ABCDEF";
+// Room for the formatted text of most events; longer ones take the general path.
+const int kShortTextLength = 512;
+// Written entries go back to the queue with their buffers, so that steady logging allocates
+// nothing. Buffers larger than these, and entries beyond this many, are released instead.
+const std::size_t kSpareDataBytes = 1024;
+const std::size_t kSpareTextLength = 512;
+const std::size_t kSpareEntries = 4096;
 
 // The characters that the dump shows as themselves: those for which isgraph holds in the C
 // locale. A fixed test keeps the files the same whatever locale the application has set.
@@ -20,35 +29,58 @@ inline bool IsDumpGraphic(unsigned char byte)
     return byte > 0x20 && byte < 0x7F;
 }
 
-// Appends the dump lines of `data` to `out` (see CLogFile::Bin2Text).
-void AppendDump(const unsigned char* data, std::size_t size, unsigned int width, ustring& out)
+// Appends the dump lines of `data` (see CLogFile::Bin2Text) to a narrow or wide string. The
+// lines are written in place: a data record is mostly dump, and the worker's throughput is
+// mostly this loop.
+template <class String>
+void AppendDump(const unsigned char* data, std::size_t size, unsigned int width, String& out)
 {
     if (size == 0 || width == 0)
         return;
     const std::size_t lines = (size + width - 1) / width;
-    // " " + 3 per cell + "    " + up to width characters + "\r\n".
-    out.reserve(out.size() + lines * (1 + 4 * static_cast<std::size_t>(width) + 4 + 2));
+    // Per line " " + 3 per cell + "    " + "\r\n", plus one text character per byte.
+    const std::size_t added = lines * (1 + 3 * static_cast<std::size_t>(width) + 4 + 2) + size;
+    const std::size_t start = out.size();
+    out.resize(start + added);
+    auto* p = &out[0] + start;
+    typedef typename std::remove_reference<decltype(*p)>::type Char;
     for (std::size_t offset = 0; offset < size; offset += width)
     {
         const std::size_t count = std::min<std::size_t>(width, size - offset);
         const unsigned char* line = data + offset;
-        out.push_back(L' ');
-        for (std::size_t i = 0; i < width; ++i)
-        {
-            if (i < count)
-            {
-                out.push_back(kHexDigits[line[i] >> 4]);
-                out.push_back(kHexDigits[line[i] & 0x0F]);
-                out.push_back(L' ');
-            }
-            else
-                out.append(3, L' ');
-        }
-        out.append(4, L' ');
+        *p++ = Char(' ');
         for (std::size_t i = 0; i < count; ++i)
-            out.push_back(IsDumpGraphic(line[i]) ? static_cast<wchar_t>(line[i]) : L'.');
-        out.append(L"\r\n", 2);
+        {
+            *p++ = Char(kHexDigits[line[i] >> 4]);
+            *p++ = Char(kHexDigits[line[i] & 0x0F]);
+            *p++ = Char(' ');
+        }
+        for (std::size_t i = count; i < width; ++i)
+        {
+            *p++ = Char(' ');
+            *p++ = Char(' ');
+            *p++ = Char(' ');
+        }
+        for (int i = 0; i < 4; ++i)
+            *p++ = Char(' ');
+        for (std::size_t i = 0; i < count; ++i)
+            *p++ = IsDumpGraphic(line[i]) ? Char(line[i]) : Char('.');
+        *p++ = Char('\r');
+        *p++ = Char('\n');
     }
+}
+
+// Appends UTF-16 text to `out` as UTF-8.
+void AppendUtf8(const std::wstring& text, std::string& out)
+{
+    if (text.empty())
+        return;
+    const std::size_t start = out.size();
+    // UTF-8 takes at most three bytes per UTF-16 code unit.
+    out.resize(start + text.size() * 3);
+    const int written = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &out[start],
+                                              static_cast<int>(text.size() * 3), nullptr, nullptr);
+    out.resize(start + (written > 0 ? static_cast<std::size_t>(written) : 0));
 }
 
 } // namespace
@@ -66,6 +98,7 @@ const boost::shared_ptr<CLogFile>& CLogFile::Inert()
 
 CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
     : m_StopEvent(nullptr, TRUE, FALSE, nullptr),
+      m_nQueued(0),
       m_eDetail(detail),
       m_pFormatter(formatter),
       m_bWorkerRunning(false)
@@ -132,8 +165,9 @@ void CLogFile::Close()
         {
             m_bWorkerRunning = false;
             std::vector<LogEntry> rest;
-            rest.swap(m_vecQueue);
-            WriteBatch(rest);
+            std::size_t count = 0;
+            TakeQueue(rest, count);
+            WriteBatch(rest, count);
         }
         CloseFileQuietly();
     }
@@ -165,6 +199,7 @@ void CLogFile::Clear()
     {
         CLocker<CCriticalSection> lock(&m_cs);
         std::vector<LogEntry>().swap(m_vecQueue);
+        m_nQueued = 0;
         m_mapPending.clear();
     }
     catch (const CStdException&)
@@ -188,14 +223,32 @@ void CLogFile::LogTextV(bool important, const wchar_t* format, va_list args)
         return;
     try
     {
-        // Time, formatting and allocation happen before the lock, so that threads logging to
-        // one file hold it only for the append.
-        LogEntry entry;
+        // Time and formatting happen before the lock, so that threads logging to one file hold
+        // it only to fill an entry. Short texts are formatted on the stack.
+        SYSTEMTIME now;
+        ::GetLocalTime(&now);
+        wchar_t local[kShortTextLength];
+        va_list attempt;
+        va_copy(attempt, args);
+        const int length = format ? ::_vsnwprintf(local, kShortTextLength, format, attempt) : 0;
+        va_end(attempt);
+        ustring longText;
+        if (length < 0)
+            longText.vsprintf(format, args);
+
+        CLocker<CCriticalSection> lock(&m_cs);
+        if (!m_bWorkerRunning)
+            return;
+        LogEntry& entry = NextEntry();
         entry.nType = LogEntry::eText;
         entry.bSynchronous = true;
-        ::GetLocalTime(&entry.time);
-        entry.text.vsprintf(format, args);
-        Enqueue(std::move(entry));
+        entry.time = now;
+        entry.data.clear();
+        if (length >= 0)
+            static_cast<std::wstring&>(entry.text).assign(local, static_cast<std::size_t>(length));
+        else
+            entry.text.swap(longText);
+        ++m_nQueued;
     }
     catch (...)
     {
@@ -218,27 +271,35 @@ void CLogFile::QueueData(unsigned int type, const void* data, unsigned int size,
         return;
     try
     {
-        LogEntry entry;
+        SYSTEMTIME now;
+        ::GetLocalTime(&now);
+        CLocker<CCriticalSection> lock(&m_cs);
+        if (!m_bWorkerRunning)
+            return;
+        LogEntry& entry = NextEntry();
         entry.nType = type;
         entry.bSynchronous = synchronous;
-        ::GetLocalTime(&entry.time);
+        entry.time = now;
         if (data != nullptr && size != 0)
         {
             const unsigned char* bytes = static_cast<const unsigned char*>(data);
             entry.data.assign(bytes, bytes + size);
         }
-        Enqueue(std::move(entry));
+        else
+            entry.data.clear();
+        entry.text.clear();
+        ++m_nQueued;
     }
     catch (...)
     {
     }
 }
 
-void CLogFile::Enqueue(LogEntry&& entry)
+CLogFile::LogEntry& CLogFile::NextEntry()
 {
-    CLocker<CCriticalSection> lock(&m_cs);
-    if (m_bWorkerRunning)
-        m_vecQueue.push_back(std::move(entry));
+    if (m_nQueued == m_vecQueue.size())
+        m_vecQueue.emplace_back();
+    return m_vecQueue[m_nQueued];
 }
 
 // ---------------------------------------------------------------- pending operations
@@ -401,71 +462,89 @@ unsigned int CLogFile::WorkerRoutine()
         // The lock is only tried: a caller holding a proxy for long delays the writing by a
         // cycle, it never blocks this thread. When the stop event is set and the lock is
         // taken, Close holds it and waits for this thread without touching the queue any more.
+        std::size_t count = 0;
         if (m_cs.Lock(false))
         {
-            batch.swap(m_vecQueue);
+            TakeQueue(batch, count);
             m_cs.Unlock();
         }
         else if (stopping)
-            batch.swap(m_vecQueue);
+            TakeQueue(batch, count);
 
-        if (!WriteBatch(batch))
+        if (!WriteBatch(batch, count))
             return 0;
         if (stopping)
             return 0;
     }
 }
 
-bool CLogFile::WriteBatch(std::vector<LogEntry>& batch)
+void CLogFile::TakeQueue(std::vector<LogEntry>& batch, std::size_t& count)
 {
-    ustring wide;
-    std::string utf8;
-    bool ok = true;
-    for (const LogEntry& entry : batch)
-    {
-        FormatRecord(entry, wide, utf8);
-        if (!Write(utf8))
-        {
-            ok = false;
-            break;
-        }
-    }
-    // Emptied but with its capacity kept: swapped back in, it takes the next records without
-    // growing again.
-    batch.clear();
-    if (!ok)
-        m_bWorkerRunning = false;
-    return ok;
+    // The written entries of the previous batch become the queue's spare entries.
+    batch.swap(m_vecQueue);
+    count = m_nQueued;
+    m_nQueued = 0;
 }
 
-void CLogFile::FormatRecord(const LogEntry& entry, ustring& wide, std::string& out) const
+bool CLogFile::WriteBatch(std::vector<LogEntry>& batch, std::size_t count)
 {
-    wide.clear();
-    wchar_t header[160];
+    std::string record;
+    bool ok = true;
+    for (std::size_t i = 0; i < count && ok; ++i)
+    {
+        FormatRecord(batch[i], record);
+        ok = Write(record);
+    }
+    if (!ok)
+    {
+        m_bWorkerRunning = false;
+        return false;
+    }
+    // Keep the entries for reuse, but not what a burst of large records left behind.
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        LogEntry& entry = batch[i];
+        if (entry.data.capacity() > kSpareDataBytes)
+            std::vector<unsigned char>().swap(entry.data);
+        if (entry.text.capacity() > kSpareTextLength)
+            ustring().swap(entry.text);
+    }
+    if (batch.size() > kSpareEntries)
+    {
+        batch.resize(kSpareEntries);
+        batch.shrink_to_fit();
+    }
+    return true;
+}
+
+void CLogFile::FormatRecord(const LogEntry& entry, std::string& out) const
+{
+    // The record is built in UTF-8 directly: headers and dumps are ASCII, and only the texts
+    // (events and the formatter's) need converting.
+    out.clear();
+    char header[160];
     int length;
     const SYSTEMTIME& t = entry.time;
     if (entry.nType == LogEntry::eText)
     {
-        length = ::_snwprintf(header, sizeof(header) / sizeof(header[0]),
-                              L"Text Event, %u/%u/%u, %02u:%02u:%02u.%03u\r\n", t.wYear, t.wMonth, t.wDay, t.wHour,
-                              t.wMinute, t.wSecond, t.wMilliseconds);
+        length = std::snprintf(header, sizeof(header), "Text Event, %u/%u/%u, %02u:%02u:%02u.%03u\r\n", t.wYear,
+                               t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
     }
     else
     {
         const unsigned int size = static_cast<unsigned int>(entry.data.size());
-        length = ::_snwprintf(header, sizeof(header) / sizeof(header[0]),
-                              L"%ls %ls request completed: %u (0x%X) bytes, %u/%u/%u, %02u:%02u:%02u.%03u\r\n",
-                              entry.bSynchronous ? L"SYNC" : L"ASYNC",
-                              entry.nType == LogEntry::eWrite ? L"WRITE" : L"READ", size, size, t.wYear, t.wMonth,
-                              t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
+        length = std::snprintf(header, sizeof(header),
+                               "%s %s request completed: %u (0x%X) bytes, %u/%u/%u, %02u:%02u:%02u.%03u\r\n",
+                               entry.bSynchronous ? "SYNC" : "ASYNC", entry.nType == LogEntry::eWrite ? "WRITE" : "READ",
+                               size, size, t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
     }
     if (length > 0)
-        wide.append(header, static_cast<std::size_t>(length));
+        out.append(header, std::min<std::size_t>(static_cast<std::size_t>(length), sizeof(header) - 1));
 
     if (entry.nType == LogEntry::eText)
     {
-        wide += entry.text;
-        wide.append(L"\r\n", 2);
+        AppendUtf8(entry.text, out);
+        out.append("\r\n", 2);
     }
     else
     {
@@ -474,21 +553,15 @@ void CLogFile::FormatRecord(const LogEntry& entry, ustring& wide, std::string& o
             // The formatter is the application's code; a failing one costs its own text only.
             try
             {
-                wide += m_pFormatter(entry.data);
+                AppendUtf8(m_pFormatter(entry.data), out);
             }
             catch (...)
             {
             }
         }
-        AppendDump(entry.data.data(), entry.data.size(), kDumpWidth, wide);
+        AppendDump(entry.data.data(), entry.data.size(), kDumpWidth, out);
     }
-    wide.append(L"\r\n", 2);
-
-    // UTF-8 takes at most three bytes per UTF-16 code unit.
-    out.resize(wide.size() * 3);
-    const int written = ::WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), &out[0],
-                                              static_cast<int>(out.size()), nullptr, nullptr);
-    out.resize(written > 0 ? static_cast<std::size_t>(written) : 0);
+    out.append("\r\n", 2);
 }
 
 bool CLogFile::Write(const std::string& utf8)

@@ -153,8 +153,9 @@ private:
     static const boost::shared_ptr<CLogFile>& Inert();
 
     void QueueData(unsigned int type, const void* data, unsigned int size, bool synchronous);
-    // Appends a built entry to the queue while the worker runs.
-    void Enqueue(LogEntry&& entry);
+    // The entry to fill next (a spare one when there is one); counted by incrementing
+    // m_nQueued once filled. Under the lock.
+    LogEntry& NextEntry();
     bool AddPendingOperation(unsigned int kind, const void* buffer, unsigned int size, OVERLAPPED* overlapped);
 
     // The worker thread: writes the queue in batches until stopped or a write fails.
@@ -164,10 +165,13 @@ private:
     void JoinWorker();
     unsigned int ThreadRoutine();
     unsigned int WorkerRoutine();
-    // Writes the records in order and empties the batch; false after a failed write.
-    bool WriteBatch(std::vector<LogEntry>& batch);
-    // The UTF-8 record of one entry into `out` (`wide` is working space).
-    void FormatRecord(const LogEntry& entry, ustring& wide, std::string& out) const;
+    // Moves the queue into `batch` (`count` entries in use) and gives the queue the batch's
+    // written entries as spares.
+    void TakeQueue(std::vector<LogEntry>& batch, std::size_t& count);
+    // Writes the first `count` entries in order; false after a failed write.
+    bool WriteBatch(std::vector<LogEntry>& batch, std::size_t count);
+    // The UTF-8 record of one entry into `out`.
+    void FormatRecord(const LogEntry& entry, std::string& out) const;
     // One WriteFile of the whole text; true only when every byte was written. A failing call
     // leaves the "Error=..." line in the file (when it can) and closes it.
     bool Write(const std::string& utf8);
@@ -178,7 +182,10 @@ private:
     CEvent m_StopEvent;
     CFile m_File;
     CThread m_Thread;
+    // The queue: its first m_nQueued entries; the rest are written entries kept for their
+    // buffers.
     std::vector<LogEntry> m_vecQueue;
+    std::size_t m_nQueued;
     PendingMap m_mapPending;
     const ELogFileDetail m_eDetail;
     const LPDATAFORMATTER m_pFormatter;
