@@ -9,26 +9,12 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 
 using namespace tavrin;
 using namespace logtest;
+using tavrintest::CatchWinException;
 
 namespace {
-
-CWinException CatchWinException(const std::function<void()>& call)
-{
-    try
-    {
-        call();
-    }
-    catch (const CWinException& e)
-    {
-        return e;
-    }
-    ADD_FAILURE() << "no CWinException thrown";
-    return CWinException(0, L"", L"", 0);
-}
 
 bool EndsWith(const ustring& text, const wchar_t* tail)
 {

@@ -5,6 +5,8 @@
 #include <tavrin/core/file.h>
 #include <tavrin/log/logfile.h>
 
+#include "tavrin_test.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -25,58 +27,23 @@ public:
         static std::atomic<int> counter(0);
         tavrin::CFile::GetTempPathW(m_strPath);
         m_strPath += ustring::sprintf_stc(L"tavrin-logtest-%lu-%ls-%d", ::GetCurrentProcessId(), tag, ++counter);
-        RemoveTree(m_strPath);
+        tavrintest::RemoveTree(m_strPath);
         ::CreateDirectoryW(m_strPath, nullptr);
     }
-    ~CTempFolder() { RemoveTree(m_strPath); }
+    ~CTempFolder() { tavrintest::RemoveTree(m_strPath); }
 
     const ustring& Path() const { return m_strPath; }
     ustring operator/(const wchar_t* name) const { return m_strPath + L"\\" + name; }
-
-    static void RemoveTree(const ustring& path)
-    {
-        const DWORD attributes = ::GetFileAttributesW(path);
-        if (attributes == INVALID_FILE_ATTRIBUTES)
-            return;
-        if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0)
-        {
-            ::DeleteFileW(path);
-            return;
-        }
-        WIN32_FIND_DATAW data;
-        HANDLE find = ::FindFirstFileW(path + L"\\*", &data);
-        if (find != INVALID_HANDLE_VALUE)
-        {
-            do
-            {
-                const ustring name(data.cFileName);
-                if (name != L"." && name != L"..")
-                    RemoveTree(path + L"\\" + name);
-            } while (::FindNextFileW(find, &data));
-            ::FindClose(find);
-        }
-        ::RemoveDirectoryW(path);
-    }
 
 private:
     ustring m_strPath;
 };
 
-// The whole content of a file (empty when it cannot be read). Log files are read while their
-// log file may still hold them open.
+// The whole content of a file as bytes in a string (empty when it cannot be read).
 inline std::string ReadBytes(const ustring& path)
 {
-    std::string content;
-    HANDLE file = ::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return content;
-    char buffer[65536];
-    DWORD got = 0;
-    while (::ReadFile(file, buffer, sizeof(buffer), &got, nullptr) && got != 0)
-        content.append(buffer, got);
-    ::CloseHandle(file);
-    return content;
+    const std::vector<unsigned char> bytes = tavrintest::ReadFileBytes(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 inline void WriteBytes(const ustring& path, const std::string& content)
