@@ -97,6 +97,20 @@ void CThread::Start()
     }
 }
 
+// True when `handle` is signalled within the time-out, false on time-out; a failed wait throws.
+static bool WaitSignalled(HANDLE handle, unsigned long timeoutMs, unsigned int line)
+{
+    switch (::WaitForSingleObject(handle, timeoutMs))
+    {
+    case WAIT_OBJECT_0:
+        return true;
+    case WAIT_TIMEOUT:
+        return false;
+    default:
+        ThrowWin(line, L"WaitForSingleObject", ::GetLastError());
+    }
+}
+
 bool CThread::IsRunning() const
 {
     return m_hThread.IsCreated() && ::WaitForSingleObject(m_hThread.GetHandle(), 0) == WAIT_TIMEOUT;
@@ -106,15 +120,7 @@ bool CThread::Wait(unsigned long timeoutMs) const
 {
     if (!m_hThread.IsCreated())
         return true;
-    switch (::WaitForSingleObject(m_hThread.GetHandle(), timeoutMs))
-    {
-    case WAIT_OBJECT_0:
-        return true;
-    case WAIT_TIMEOUT:
-        return false;
-    default:
-        ThrowWin(__LINE__, L"WaitForSingleObject", ::GetLastError());
-    }
+    return WaitSignalled(m_hThread.GetHandle(), timeoutMs, __LINE__);
 }
 
 void CThread::RequestStop()
@@ -129,15 +135,7 @@ bool CThread::IsStopRequested() const
 
 bool CThread::WaitForStopRequest(unsigned long timeoutMs) const
 {
-    switch (::WaitForSingleObject(m_StopEvent.GetHandle(), timeoutMs))
-    {
-    case WAIT_OBJECT_0:
-        return true;
-    case WAIT_TIMEOUT:
-        return false;
-    default:
-        ThrowWin(__LINE__, L"WaitForSingleObject", ::GetLastError());
-    }
+    return WaitSignalled(m_StopEvent.GetHandle(), timeoutMs, __LINE__);
 }
 
 HANDLE CThread::GetStopEvent() const

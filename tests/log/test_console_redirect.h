@@ -7,6 +7,7 @@
 #pragma once
 
 #include <tavrin/core/config.h>
+#include <tavrin_test.h>
 
 #include <fcntl.h>
 #include <io.h>
@@ -94,17 +95,7 @@ private:
     {
         std::fflush(stdout);
         std::fflush(stderr);
-        std::vector<unsigned char> bytes;
-        HANDLE file = ::CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        if (file == INVALID_HANDLE_VALUE)
-            return bytes;
-        unsigned char chunk[4096];
-        DWORD read = 0;
-        while (::ReadFile(file, chunk, sizeof(chunk), &read, nullptr) && read > 0)
-            bytes.insert(bytes.end(), chunk, chunk + read);
-        ::CloseHandle(file);
-        return bytes;
+        return tavrintest::ReadFileBytes(path);
     }
 
     static std::wstring Read(const std::wstring& path)
