@@ -94,27 +94,27 @@ ConsoleFontChain::ConsoleFontChain(const ConsoleFont& f1, const ConsoleFont& f2,
 {
 }
 
+// A style element given by a later font in the chain overrides the earlier one.
+template <class T>
+static void Overlay(T& target, T value, T unspecified)
+{
+    if (value != unspecified)
+        target = value;
+}
+
 ConsoleFont ConsoleFontChain::Unwind() const
 {
     ConsoleFont result(ConsoleFont::InitEmpty, false);
     for (const ConsoleFont& font : m_aFonts)
     {
-        if (font.m_eBold != ConsoleFont::BoldUnspecified)
-            result.m_eBold = font.m_eBold;
-        if (font.m_eItalic != ConsoleFont::TriUnspecified)
-            result.m_eItalic = font.m_eItalic;
-        if (font.m_eUnderline != ConsoleFont::TriUnspecified)
-            result.m_eUnderline = font.m_eUnderline;
-        if (font.m_eDoubleUnderline != ConsoleFont::TriUnspecified)
-            result.m_eDoubleUnderline = font.m_eDoubleUnderline;
-        if (font.m_eOverline != ConsoleFont::TriUnspecified)
-            result.m_eOverline = font.m_eOverline;
-        if (font.m_eStrikeThrough != ConsoleFont::TriUnspecified)
-            result.m_eStrikeThrough = font.m_eStrikeThrough;
-        if (font.m_eTextColor != ConsoleFont::TextUnspecified)
-            result.m_eTextColor = font.m_eTextColor;
-        if (font.m_eBkColor != ConsoleFont::BkUnspecified)
-            result.m_eBkColor = font.m_eBkColor;
+        Overlay(result.m_eBold, font.m_eBold, ConsoleFont::BoldUnspecified);
+        Overlay(result.m_eItalic, font.m_eItalic, ConsoleFont::TriUnspecified);
+        Overlay(result.m_eUnderline, font.m_eUnderline, ConsoleFont::TriUnspecified);
+        Overlay(result.m_eDoubleUnderline, font.m_eDoubleUnderline, ConsoleFont::TriUnspecified);
+        Overlay(result.m_eOverline, font.m_eOverline, ConsoleFont::TriUnspecified);
+        Overlay(result.m_eStrikeThrough, font.m_eStrikeThrough, ConsoleFont::TriUnspecified);
+        Overlay(result.m_eTextColor, font.m_eTextColor, ConsoleFont::TextUnspecified);
+        Overlay(result.m_eBkColor, font.m_eBkColor, ConsoleFont::BkUnspecified);
     }
     return result;
 }
