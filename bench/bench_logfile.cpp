@@ -240,8 +240,6 @@ Figures MeasureTavrin(const ustring& folder)
     TavrinCallerCost(folder, false, f.textCallColdNs, f.textCallNs);
     f.throughput64 = TavrinThroughput(64, kThroughputRecords64);
     f.throughput4K = TavrinThroughput(4096, kThroughputRecords4K);
-    TavrinThreads(folder);
-    CLogFileServer::Ref().SetDetail(eLogFileDetailOff);
     return f;
 }
 
@@ -333,6 +331,8 @@ int main()
                 kThroughputRecords64);
     std::printf("  worker throughput, 4 KiB records  : %7.2f MB/s of payload (%u records)\n", tavrin.throughput4K,
                 kThroughputRecords4K);
+    TavrinThreads(folder);
+    CLogFileServer::Ref().SetDetail(eLogFileDetailOff);
 
 #ifdef TAVRIN_BENCH_SPDLOG
     std::printf("spdlog %d.%d.%d asynchronous file logger, equivalent hex-dump records\n", SPDLOG_VER_MAJOR,
