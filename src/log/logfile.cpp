@@ -138,7 +138,7 @@ bool CLogFile::Open(const wchar_t* path)
         StartWorker();
         return true;
     }
-    catch (const CStdException&)
+    catch (...)
     {
         m_bWorkerRunning = false;
     }

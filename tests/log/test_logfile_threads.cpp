@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <regex>
 #include <thread>
 
 using namespace tavrin;
@@ -268,4 +269,60 @@ TEST(LogFileFaults, ABrokenLogFileIsDroppedAndTheChannelsFileKeepsWorking)
     EXPECT_EQ("", ReadBytes(decoyPath));
     const std::string logText = ReadBytes(logPath);
     EXPECT_EQ(std::string::npos, logText.find("WRITE request"));
+}
+
+TEST(LogFileFaults, AFailedWriteLeavesTheErrorLineWhenItCan)
+{
+    // The log file's handle is replaced by a connected UDP socket: a datagram cannot hold a large
+    // record, so its write fails, while the short error line still goes out and arrives at the
+    // receiving socket.
+    WSADATA wsa;
+    ASSERT_EQ(0, ::WSAStartup(MAKEWORD(2, 2), &wsa));
+    CTempFolder folder(L"errorline");
+    const ustring path = folder / L"errorline.log";
+    CLogFile log(eLogFileDetailVerbose);
+    ASSERT_TRUE(log.Open(path));
+
+    const SOCKET receiver = ::WSASocketW(AF_INET, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0, 0);
+    ASSERT_NE(INVALID_SOCKET, receiver);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int length = sizeof(address);
+    ASSERT_EQ(0, ::bind(receiver, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    ASSERT_EQ(0, ::getsockname(receiver, reinterpret_cast<sockaddr*>(&address), &length));
+    const DWORD timeoutMs = 10000;
+    ::setsockopt(receiver, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char*>(&timeoutMs), sizeof(timeoutMs));
+
+    const HANDLE logHandle = FindFileHandle(L"errorline.log");
+    ASSERT_NE(nullptr, logHandle);
+    ASSERT_TRUE(::CloseHandle(logHandle));
+    const SOCKET sender = ::WSASocketW(AF_INET, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0, 0);
+    ASSERT_EQ(reinterpret_cast<UINT_PTR>(logHandle), static_cast<UINT_PTR>(sender))
+        << "the handle value was not reused";
+    ASSERT_EQ(0, ::connect(sender, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+
+    // A 20,000-byte record: 625 dump lines of 103 characters plus the bytes' text column, the
+    // closing empty line, and the header line with its time stamp.
+    SYSTEMTIME now;
+    ::GetLocalTime(&now);
+    const std::vector<unsigned char> big(20000, 0x41);
+    log.LogReceivedData(big.data(), static_cast<unsigned int>(big.size()), false);
+    const std::size_t expected = std::string("ASYNC READ request completed: 20000 (0x4E20) bytes, ").size() +
+                                 TimeText(now).size() + 2 + 625 * 103 + 20000 + 2;
+
+    char line[256] = {};
+    const int received = ::recv(receiver, line, sizeof(line) - 1, 0);
+    ASSERT_GT(received, 0);
+    std::cmatch parts;
+    ASSERT_TRUE(std::regex_match(line, parts, std::regex("Error=(-?\\d+), BytesToWrite=(\\d+)\r\n"))) << line;
+    EXPECT_NE("0", parts[1].str());
+    EXPECT_EQ(std::to_string(expected), parts[2].str());
+
+    // The worker has ended; the log file closed the handle it was given (the socket).
+    EXPECT_TRUE(WaitUntil([&log] { return !log.IsOK(); }));
+    log.LogText(true, L"ignored");
+    log.Close();
+    ::closesocket(receiver);
+    ::WSACleanup();
 }

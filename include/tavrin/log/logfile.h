@@ -60,7 +60,8 @@ class TAVRIN_API CLogFile
 {
 public:
     // Renders a data record's bytes as protocol-specific text (with its own line ends), written
-    // above the record's hexadecimal dump. Called on the worker thread.
+    // above the record's hexadecimal dump. Called on the worker thread, which may be writing
+    // while Close holds the log file's lock: a formatter must not log itself.
     typedef CFile::LPDATAFORMATTER LPDATAFORMATTER;
 
     // One queued record.
