@@ -252,7 +252,8 @@ private:
 
 // Access to the log file of one channel for the duration of one logging action. The proxy holds
 // the log file's lock for its whole life, so keep it short. A channel without a log file gets a
-// log file that ignores every call. When the proxy ends and its file is no longer usable (its
+// stand-in log file that ignores every call (one for all such channels: unlogged I/O costs a map
+// look-up and a lock, nothing more). When the proxy ends and its file is no longer usable (its
 // worker ended after a failed write, or it was closed), the file is dropped from the server.
 class TAVRIN_API CLogFileProxy
 {
