@@ -265,12 +265,16 @@ bool RegEnumValues(HKEY root, const wchar_t* key, std::vector<ustring>& out)
     return EnumNames(root, key, false, out);
 }
 
+// The key under HKEY_CURRENT_USER that holds the saved placements of the application's windows.
+static bool WindowPlacementKey(ustring& key)
+{
+    return RegGetDefaultKeyName(nullptr, nullptr, g_pszWindowPlacementKey, key);
+}
+
 bool WriteWindowPlacement(const wchar_t* name, const WINDOWPLACEMENT& placement)
 {
-    if (!name)
-        return false;
     ustring key;
-    if (!RegGetDefaultKeyName(nullptr, nullptr, g_pszWindowPlacementKey, key))
+    if (!name || !WindowPlacementKey(key))
         return false;
     ustring text;
     text.sprintf(g_pszWindowPlacementFormat, placement.flags, placement.showCmd,
@@ -283,10 +287,8 @@ bool WriteWindowPlacement(const wchar_t* name, const WINDOWPLACEMENT& placement)
 
 bool ReadWindowPlacement(const wchar_t* name, WINDOWPLACEMENT& placement)
 {
-    if (!name)
-        return false;
     ustring key;
-    if (!RegGetDefaultKeyName(nullptr, nullptr, g_pszWindowPlacementKey, key))
+    if (!name || !WindowPlacementKey(key))
         return false;
     ustring text;
     if (!RegGetValue(HKEY_CURRENT_USER, key, name, text, L"") || text.empty())
