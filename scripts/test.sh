@@ -9,5 +9,4 @@ source "$root/scripts/wine-env.sh"
 source "$root/scripts/test-services.sh"
 start_test_services
 trap stop_test_services EXIT
-wineserver -p >/dev/null 2>&1 || true
 ctest --test-dir "$root/build/x64" --output-on-failure --timeout 600 "$@"
