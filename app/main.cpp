@@ -219,7 +219,7 @@ int wmain(int argc, wchar_t** argv, wchar_t** envp)
         }
         console.Flush();
         const bool saved = WriteReport(options.report, markdown);
-        console.PrintF(saved ? CConsoleBase::SeverityInfo : CConsoleBase::SeverityError, true,
+        console.PrintF(saved ? CConsoleBase::SeverityInfo : CConsoleBase::SeverityError, false,
                        L"Markdown report %ls: %ls\r\n", saved ? L"written" : L"NOT written", options.report.c_str());
         if (!saved)
             exitCode = 3;
