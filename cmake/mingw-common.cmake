@@ -7,10 +7,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Executables built for the 64-bit target run here under Wine; the 32-bit ones cannot.
-if(TAVRIN_MINGW_TRIPLE STREQUAL "x86_64-w64-mingw32")
-  find_program(TAVRIN_WINE NAMES wine64 wine PATHS /usr/lib/wine /usr/bin NO_CMAKE_FIND_ROOT_PATH)
-  if(TAVRIN_WINE)
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${TAVRIN_WINE})
-  endif()
+# Executables of both widths run here under wine64: the 32-bit ones in its WoW64 mode, with the
+# 32-bit Wine DLLs that scripts/setup-wine32.sh provides (scripts/wine-env.sh sets WINEDLLPATH).
+find_program(TAVRIN_WINE NAMES wine64 wine PATHS /usr/lib/wine /usr/bin NO_CMAKE_FIND_ROOT_PATH)
+if(TAVRIN_WINE)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${TAVRIN_WINE})
 endif()

@@ -17,12 +17,25 @@ if [ ${#missing[@]} -gt 0 ]; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -q "${missing[@]}"
 fi
 
+"$(dirname "$0")/setup-wine32.sh"
+
 # The Wine prefix is created once; wine-env.sh points every run at it.
 source "$(dirname "$0")/wine-env.sh"
+# A prefix made before the 32-bit DLLs were there has an empty syswow64, which an update does not
+# fill: such a prefix is made again (it holds nothing but what the tests create).
+if [ -f "$WINEPREFIX/system.reg" ] && [ ! -f "$WINEPREFIX/drive_c/windows/syswow64/kernel32.dll" ]; then
+  echo "setup: the Wine prefix $WINEPREFIX has no 32-bit system folder; making it again"
+  wineserver -k >/dev/null 2>&1 || true
+  rm -rf "$WINEPREFIX"
+fi
 if [ ! -f "$WINEPREFIX/system.reg" ]; then
   echo "setup: creating the Wine prefix $WINEPREFIX"
   mkdir -p "$WINEPREFIX"
-  wineboot -i >/dev/null 2>&1 || true
+  wineboot -i >/dev/null 2>&1 </dev/null || true
   wineserver -w || true
+fi
+if [ ! -f "$WINEPREFIX/drive_c/windows/syswow64/kernel32.dll" ]; then
+  echo "setup: the Wine prefix $WINEPREFIX has no 32-bit system folder" >&2
+  exit 1
 fi
 echo "setup: ready"

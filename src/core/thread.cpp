@@ -80,20 +80,28 @@ void CThread::Start()
     m_hThread.Attach(reinterpret_cast<HANDLE>(created));
     m_nThreadId = id;
 
-    const wchar_t* failed = nullptr;
     if (m_nPriority != THREAD_PRIORITY_NORMAL && !::SetThreadPriority(m_hThread, m_nPriority))
-        failed = L"SetThreadPriority";
-    else if (::ResumeThread(m_hThread) == static_cast<DWORD>(-1))
-        failed = L"ResumeThread";
-    if (failed != nullptr)
     {
-        // The thread has not run a single instruction of the routine: it can be dropped.
+        // The thread has not run a single instruction of the routine. It is let go with a
+        // thread id that tells ThreadProc to leave at once: terminating a thread that never ran
+        // skips the runtime's thread start-up and breaks the process (seen under WoW64).
+        const DWORD error = ::GetLastError();
+        m_nThreadId = 0;
+        if (::ResumeThread(m_hThread) != static_cast<DWORD>(-1))
+            ::WaitForSingleObject(m_hThread, INFINITE);
+        else
+            ::TerminateThread(m_hThread, m_nExceptionExitCode);
+        m_hThread.Close();
+        ThrowWin(__LINE__, L"SetThreadPriority", error);
+    }
+    if (::ResumeThread(m_hThread) == static_cast<DWORD>(-1))
+    {
         const DWORD error = ::GetLastError();
         ::TerminateThread(m_hThread, m_nExceptionExitCode);
         ::WaitForSingleObject(m_hThread, INFINITE);
         m_hThread.Close();
         m_nThreadId = 0;
-        ThrowWin(__LINE__, failed, error);
+        ThrowWin(__LINE__, L"ResumeThread", error);
     }
 }
 
@@ -197,6 +205,8 @@ unsigned int CThread::Run()
 unsigned int __stdcall CThread::ThreadProc(void* param)
 {
     CThread* self = static_cast<CThread*>(param);
+    if (self->m_nThreadId != ::GetCurrentThreadId())
+        return m_nExceptionExitCode; // abandoned by a failed Start before it was let run
     try
     {
         return self->Run();

@@ -210,6 +210,7 @@ LRESULT CALLBACK HelpParentProc(HWND hwnd, UINT message, WPARAM wParam, LPARAM l
 
 TEST(ExceptionReportDialog, ShowsTranslatedMessageDetailsAndApplication)
 {
+    TAVRIN_SKIP_WITHOUT_32BIT_GDI();
     if (!tavrintest::CanCreateWindows())
         GTEST_SKIP() << "no display to show the dialog on";
     CStdException::SetAppName(L"Report Tool");
@@ -268,6 +269,7 @@ TEST(ExceptionReportDialog, ShowsTranslatedMessageDetailsAndApplication)
 
 TEST(ExceptionReportDialog, EscapeHelpAndTheApplicationNameAsCaption)
 {
+    TAVRIN_SKIP_WITHOUT_32BIT_GDI();
     if (!tavrintest::CanCreateWindows())
         GTEST_SKIP() << "no display to show the dialog on";
     CStdException::SetAppName(L"Caption From App");

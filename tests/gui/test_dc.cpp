@@ -3,7 +3,7 @@
 // One picture of lines and circles is written as dc_picture.bmp beside the test executable.
 #include <tavrin/gui/dc.h>
 
-#include <gtest/gtest.h>
+#include "tavrin_test.h"
 
 #include <cmath>
 #include <cstdio>
@@ -69,9 +69,15 @@ DWORD Grey(int level)
 
 const COLORREF kWhite = RGB(255, 255, 255);
 
+class DC : public ::testing::Test
+{
+protected:
+    void SetUp() override { TAVRIN_SKIP_WITHOUT_32BIT_GDI(); }
+};
+
 } // namespace
 
-TEST(DC, CreateReuseDestroy)
+TEST_F(DC, CreateReuseDestroy)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -123,7 +129,7 @@ TEST(DC, CreateReuseDestroy)
     dc.Destroy(); // harmless twice
 }
 
-TEST(DC, PixelLayoutAsGdiSeesIt)
+TEST_F(DC, PixelLayoutAsGdiSeesIt)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -147,7 +153,7 @@ TEST(DC, PixelLayoutAsGdiSeesIt)
     EXPECT_EQ(CCompatibleDC::BGRToColor(0x00112233u), RGB(0x11, 0x22, 0x33));
 }
 
-TEST(DC, SetPixelAlphaAndBounds)
+TEST_F(DC, SetPixelAlphaAndBounds)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -173,7 +179,7 @@ TEST(DC, SetPixelAlphaAndBounds)
     EXPECT_EQ(dc.GetPixel(3, 1), RGB(80, 80, 131));
 }
 
-TEST(DC, MixColors)
+TEST_F(DC, MixColors)
 {
     EXPECT_EQ(CDCEx::MixColors(0x00FFFFFF, 0, 128), 0x007F7F7Fu);
     EXPECT_EQ(CDCEx::MixColors(0x00FFFFFF, 0, 127), 0x007F7F7Fu);
@@ -193,7 +199,7 @@ TEST(DC, MixColors)
     }
 }
 
-TEST(DC, HorizontalAndVerticalRuns)
+TEST_F(DC, HorizontalAndVerticalRuns)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -249,7 +255,7 @@ TEST(DC, HorizontalAndVerticalRuns)
         EXPECT_EQ(dc.GetPixelBGR(x, 11), Grey(255)) << x;
 }
 
-TEST(DC, Lines)
+TEST_F(DC, Lines)
 {
     CReferenceDC screen;
     CCompatibleDC a, b;
@@ -328,7 +334,7 @@ TEST(DC, Lines)
     penA.DrawSmoothLine(POINT{-2000000000, 100}, POINT{2000000000, -100}, kWhite, 1.0f);
 }
 
-TEST(DC, FilledCircle)
+TEST_F(DC, FilledCircle)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -408,7 +414,7 @@ TEST(DC, FilledCircle)
     EXPECT_EQ(dc.GetPixelBGR(20, 20), 0x00FF0000u);
 }
 
-TEST(DC, Ring)
+TEST_F(DC, Ring)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -475,7 +481,7 @@ TEST(DC, Ring)
     EXPECT_EQ(Snapshot(dc), std::vector<DWORD>(61 * 61, 0));
 }
 
-TEST(DC, ResampleDown)
+TEST_F(DC, ResampleDown)
 {
     CReferenceDC screen;
     CCompatibleDC dc;
@@ -509,7 +515,7 @@ TEST(DC, ResampleDown)
     EXPECT_EQ(dc.GetPixel(1, 1), RGB(251, 8, 0)); // outside the shrunk area: unchanged
 }
 
-TEST(DC, Commit)
+TEST_F(DC, Commit)
 {
     CReferenceDC screen;
     CCompatibleDC source, target;
@@ -540,7 +546,7 @@ TEST(DC, Commit)
     EXPECT_EQ(target.GetPixel(17, 8), 0u);
 }
 
-TEST(DC, PictureFile)
+TEST_F(DC, PictureFile)
 {
     // Drawn at twice the size and shrunk, as the applications do for smoother edges.
     const int width = 480, height = 320;

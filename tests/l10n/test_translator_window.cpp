@@ -120,6 +120,7 @@ const wchar_t* const kOe = L"\x00D6" L"ffnen";
 
 TEST(TranslatorWindow, DialogTreeAndMenuAreTranslated)
 {
+    TAVRIN_SKIP_WITHOUT_32BIT_GDI();
     SKIP_WITHOUT_WINDOWS();
     CTemplate dialogTemplate(WS_POPUP | WS_CAPTION | WS_SYSMENU, L"Settings");
     dialogTemplate.Control(101, kClassStatic, SS_LEFT, L"Open", 5)
@@ -265,6 +266,7 @@ TEST(TranslatorWindow, ToolbarButtonTexts)
 
 TEST(TranslatorWindow, GatherWalksTheDialogsAndMenusOfAModule)
 {
+    TAVRIN_SKIP_WITHOUT_32BIT_GDI();
     SKIP_WITHOUT_WINDOWS();
     // A module of our own with two dialogs and a menu: a copy of a small runtime DLL beside the
     // test, with resources added, loaded as a data file.

@@ -69,6 +69,26 @@ inline bool CanCreateWindows()
     return true;
 }
 
+// True for a 32-bit program in the WoW64 mode of Wine's wine64. That mode gives 32-bit programs
+// no device contexts (CreateCompatibleDC and CreateCompatibleBitmap return NULL, even in a plain
+// C program) and crashes inside its 32-bit gdi32 when a dialog is shown.
+inline bool IsWineWow64()
+{
+#ifdef _WIN64
+    return false;
+#else
+    const HMODULE ntdll = ::GetModuleHandleW(L"ntdll.dll");
+    BOOL wow64 = FALSE;
+    return ntdll != nullptr && ::GetProcAddress(ntdll, "wine_get_version") != nullptr &&
+           ::IsWow64Process(::GetCurrentProcess(), &wow64) && wow64;
+#endif
+}
+
+// Opens a test that draws into a device context or shows a dialog.
+#define TAVRIN_SKIP_WITHOUT_32BIT_GDI()                                                                  \
+    if (tavrintest::IsWineWow64())                                                                       \
+    GTEST_SKIP() << "Wine's WoW64 mode has no device contexts or dialogs for 32-bit programs"
+
 // Runs `call`, which must throw E, and returns the caught exception (a test failure otherwise).
 template <class E>
 E CatchAs(const std::function<void()>& call, const E& placeholder)
