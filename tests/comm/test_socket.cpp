@@ -528,9 +528,7 @@ TEST(Socket, SelectConvertsMillisecondsAndWaitsWithoutLimitOnlyForInfinite)
         read = SetOf(server);
         const ULONGLONG start = ::GetTickCount64();
         EXPECT_EQ(0, CWSASocket::Select(read, write, except, 1500));
-        const ULONGLONG elapsed = ::GetTickCount64() - start;
-        EXPECT_GE(elapsed, 1400u);
-        EXPECT_LT(elapsed, 5500u);
+        EXPECT_GE(::GetTickCount64() - start, 1400u);
     }
 
     // A bounded wait, INFINITE and the all-ones 64-bit value end when data arrive.
