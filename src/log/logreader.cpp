@@ -743,6 +743,8 @@ bool CLogFileReader::Read(Record& record)
         record.nKind = Record::eWriteError;
         DecodeUtf8(line.pText, line.nLength - 2, record.text);
         Consume(line);
+        // The line is a whole record of its own: a record may begin behind it.
+        m_bAfterEmptyLine = true;
         break;
     case eLineUnknownHeader:
         // A record of a kind that a later writer may write: kept as text, with its time.
