@@ -452,9 +452,12 @@ class TavrinLog(unittest.TestCase):
                               (["cat"], "no data log file given")):
             rc, _, err = tool(*args, expect=2)
             self.assertIn(message, err, args)
-        rc, out, _ = tool("-help")
-        for command in ("cat", "merge", "stats", "export"):
-            self.assertIn("  " + command, out)
+        for ask in ("-help", "/?", "-?"):
+            rc, out, _ = tool(ask)
+            for command in ("cat", "merge", "stats", "export"):
+                self.assertIn("\n  " + command + " ", out)
+        rc, out, _ = tool(expect=2)
+        self.assertIn("Usage:", out)
 
 
 class Report(unittest.TextTestResult):

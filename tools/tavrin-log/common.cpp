@@ -83,7 +83,8 @@ CCommandLine::CCommandLine(int argc, wchar_t** argv, wchar_t** envp) : m_Parser(
     for (int i = 1; i < argc; ++i)
     {
         const ustring item(argv[i]);
-        const ustring name = OptionName(item);
+        // "-?" and "/?" ask for help as well.
+        const ustring name = OptionName(item) == L"?" ? ustring(L"help") : OptionName(item);
         const OptionSpec* option = name.empty() ? nullptr : FindOption(name);
         if (option == nullptr)
         {

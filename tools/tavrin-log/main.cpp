@@ -56,11 +56,11 @@ int Run(int argc, wchar_t** argv, wchar_t** envp)
     const CCommandLine line(argc, argv, envp);
     tavrin::CCommandLineParser names(argv, nullptr);
     const ustring program = names.GetExecutableFName().empty() ? ustring(L"tavrin-log") : names.GetExecutableFName();
-    if (line.GetCommand().empty() || line.Has(L"help") || line.Has(L"?"))
+    if (line.GetCommand().empty() || line.Has(L"help"))
     {
         CStdOut out(true);
         out.Write(Usage(program));
-        return line.GetCommand().empty() && !line.Has(L"help") && !line.Has(L"?") ? kExitUsage : kExitOk;
+        return line.Has(L"help") ? kExitOk : kExitUsage;
     }
     for (const Command& command : kCommands)
     {

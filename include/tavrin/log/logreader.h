@@ -19,10 +19,16 @@
 // ought to be: files appended to by several sessions, a worker's "Error=..." line after a failed
 // write, a last record cut off by a crash, lines that it does not know. Damage never throws and
 // never stops the reading; it comes back as a record of kind eDamaged, and the next record is
-// found again at the next line that starts one.
+// found again where one starts (also in the middle of a line, where a later session appended to a
+// record that a crash had cut off). A line that follows an empty line, begins with a capital
+// letter and ends with the writer's time stamp (", 2024/3/7, 09:05:01.123") is taken for a record
+// of a kind that a later writer added: it comes back as damaged, "unknown record", with its time
+// and text.
 //
 // Limits of the text format, which has no escaping: a text event or a formatter's text that itself
-// holds a line laid out exactly like a record header is read as two records.
+// holds a line laid out exactly like a record header is read as two records; lines that belong to
+// no record but follow a text event are read as part of its text; a formatter's text for a record
+// of no bytes ends at its first empty line.
 #pragma once
 
 #include <tavrin/core/config.h>
@@ -68,7 +74,9 @@ public:
         // The formatter's text above a data record's dump, exactly as the formatter returned it
         // (with its own line ends); empty when the file has no formatter.
         ustring formatted;
-        // eDamaged: what is wrong, in English, e.g. "record cut off".
+        // eDamaged: what is wrong, in English: "record cut off", "dump does not match the
+        // header", "record too long" (beyond what a process of this width can hold), "no record
+        // header" (lines that belong to no record), "unknown record".
         ustring problem;
         // eDamaged: the kind that its header names, or eDamaged when it had no header.
         unsigned int nDeclaredKind;
