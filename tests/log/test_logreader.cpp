@@ -85,6 +85,16 @@ void WriteSession(const ustring& path, CLogFile::LPDATAFORMATTER formatter, cons
     log.Close();
 }
 
+// The text of a session logged without formatter, to be taken apart and put together again.
+std::string SessionText(const CTempFolder& folder, const std::vector<Expected>& entries)
+{
+    const ustring path = folder / L"session.log";
+    WriteSession(path, nullptr, entries);
+    const std::string text = ReadBytes(path);
+    tavrintest::RemoveTree(path);
+    return text;
+}
+
 std::vector<LogRecord> ReadAll(const ustring& path)
 {
     std::vector<LogRecord> records;
@@ -494,9 +504,7 @@ TEST(LogFileReader, SessionsAppendedAfterACutOrAFailedWriteReadOnWhole)
         {LogRecord::eRead, true, Pattern(33, 5), ustring()},
         {LogRecord::eText, true, {}, L"session two"},
     };
-    const ustring sample = folder / L"sample.log";
-    WriteSession(sample, nullptr, first);
-    const std::string one = ReadBytes(sample);
+    const std::string one = SessionText(folder, first);
     const std::size_t lastRecord = one.find("SYNC WRITE");
     ASSERT_NE(std::string::npos, lastRecord);
 
@@ -551,9 +559,7 @@ TEST(LogFileReader, ForeignAndAlteredLinesAreReportedAndReadingGoesOn)
         {LogRecord::eWrite, true, Pattern(40, 6), ustring()},
         {LogRecord::eText, true, {}, L"between"},
     };
-    const ustring sample = folder / L"sample.log";
-    WriteSession(sample, nullptr, entries);
-    const std::string good = ReadBytes(sample);
+    const std::string good = SessionText(folder, entries);
     const std::size_t second = good.find("Text Event, ");
     ASSERT_NE(std::string::npos, second);
     const std::string record0 = good.substr(0, second);

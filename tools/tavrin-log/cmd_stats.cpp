@@ -3,6 +3,7 @@
 #include "tool.h"
 
 #include <algorithm>
+#include <array>
 
 namespace tavrinlog {
 
@@ -18,11 +19,27 @@ struct Gap
     unsigned __int64 nLine;
 };
 
+// The counters of a file, and of all files.
+enum ECounter
+{
+    kRecords,
+    kText,
+    kSent,
+    kReceived,
+    kBytesSent,
+    kBytesReceived,
+    kAsyncSent,
+    kAsyncReceived,
+    kWriteErrors,
+    kDamaged,
+    kGaps,
+    kBackwards,
+    kCounters
+};
+
 struct Stats
 {
-    unsigned __int64 nRecords = 0, nText = 0, nSent = 0, nReceived = 0;
-    unsigned __int64 nBytesSent = 0, nBytesReceived = 0, nAsyncSent = 0, nAsyncReceived = 0;
-    unsigned __int64 nWriteErrors = 0, nDamaged = 0, nGaps = 0, nBackwards = 0;
+    std::array<unsigned __int64, kCounters> n = {};
     bool bHasTime = false;
     SYSTEMTIME first = {}, last = {};
     std::vector<Gap> longest;
@@ -30,29 +47,28 @@ struct Stats
 
     void Add(const LogRecord& record, unsigned __int64 gapLimit, bool& hasPrevious, unsigned __int64& previous)
     {
-        ++nRecords;
+        ++n[kRecords];
         switch (record.nKind)
         {
         case LogRecord::eText:
-            ++nText;
+            ++n[kText];
             break;
         case LogRecord::eWrite:
-            ++nSent;
-            nBytesSent += record.data.size();
-            nAsyncSent += record.bSynchronous ? 0 : 1;
-            break;
         case LogRecord::eRead:
-            ++nReceived;
-            nBytesReceived += record.data.size();
-            nAsyncReceived += record.bSynchronous ? 0 : 1;
+        {
+            const bool sent = record.nKind == LogRecord::eWrite;
+            ++n[sent ? kSent : kReceived];
+            n[sent ? kBytesSent : kBytesReceived] += record.data.size();
+            n[sent ? kAsyncSent : kAsyncReceived] += record.bSynchronous ? 0 : 1;
             break;
+        }
         case LogRecord::eWriteError:
-            ++nWriteErrors;
+            ++n[kWriteErrors];
             if (errorLines.size() < kListedLines)
                 errorLines.push_back(record.nLine);
             break;
         default:
-            ++nDamaged;
+            ++n[kDamaged];
             if (damagedLines.size() < kListedLines)
                 damagedLines.push_back(record.nLine);
             break;
@@ -62,18 +78,14 @@ struct Stats
         FILETIME ticks;
         ::SystemTimeToFileTime(&record.time, &ticks);
         const unsigned __int64 now = tavrin::CSystemTime::FT2ULL(ticks) / 10000;
-        if (!bHasTime || tavrin::CSystemTime(record.time) < tavrin::CSystemTime(first))
-            first = record.time;
-        if (!bHasTime || tavrin::CSystemTime(record.time) > tavrin::CSystemTime(last))
-            last = record.time;
-        bHasTime = true;
+        Span(record.time, record.time);
         if (hasPrevious)
         {
             if (now < previous)
-                ++nBackwards;
+                ++n[kBackwards];
             else if (now - previous > gapLimit)
             {
-                ++nGaps;
+                ++n[kGaps];
                 longest.push_back(Gap{now - previous, record.time, record.nLine});
                 std::sort(longest.begin(), longest.end(),
                           [](const Gap& a, const Gap& b) { return a.nMilliseconds > b.nMilliseconds; });
@@ -85,28 +97,22 @@ struct Stats
         previous = now;
     }
 
+    // Widens the time span to hold [from, to].
+    void Span(const SYSTEMTIME& from, const SYSTEMTIME& to)
+    {
+        if (!bHasTime || tavrin::CSystemTime(from) < tavrin::CSystemTime(first))
+            first = from;
+        if (!bHasTime || tavrin::CSystemTime(to) > tavrin::CSystemTime(last))
+            last = to;
+        bHasTime = true;
+    }
+
     void Merge(const Stats& other)
     {
-        nRecords += other.nRecords;
-        nText += other.nText;
-        nSent += other.nSent;
-        nReceived += other.nReceived;
-        nBytesSent += other.nBytesSent;
-        nBytesReceived += other.nBytesReceived;
-        nAsyncSent += other.nAsyncSent;
-        nAsyncReceived += other.nAsyncReceived;
-        nWriteErrors += other.nWriteErrors;
-        nDamaged += other.nDamaged;
-        nGaps += other.nGaps;
-        nBackwards += other.nBackwards;
+        for (std::size_t i = 0; i < n.size(); ++i)
+            n[i] += other.n[i];
         if (other.bHasTime)
-        {
-            if (!bHasTime || tavrin::CSystemTime(other.first) < tavrin::CSystemTime(first))
-                first = other.first;
-            if (!bHasTime || tavrin::CSystemTime(other.last) > tavrin::CSystemTime(last))
-                last = other.last;
-            bHasTime = true;
-        }
+            Span(other.first, other.last);
     }
 };
 
@@ -135,10 +141,10 @@ public:
 
     void Print(const Stats& s, unsigned __int64 gapLimit)
     {
-        Line(L"records", Number(s.nRecords) + L": " + Number(s.nSent) + L" sent, " + Number(s.nReceived) +
-                             L" received, " + Number(s.nText) + L" text events");
-        Line(L"bytes", Number(s.nBytesSent) + L" sent, " + Number(s.nBytesReceived) + L" received");
-        Line(L"async", Number(s.nAsyncSent) + L" sent and " + Number(s.nAsyncReceived) +
+        Line(L"records", Number(s.n[kRecords]) + L": " + Number(s.n[kSent]) + L" sent, " + Number(s.n[kReceived]) +
+                             L" received, " + Number(s.n[kText]) + L" text events");
+        Line(L"bytes", Number(s.n[kBytesSent]) + L" sent, " + Number(s.n[kBytesReceived]) + L" received");
+        Line(L"async", Number(s.n[kAsyncSent]) + L" sent and " + Number(s.n[kAsyncReceived]) +
                            L" received completed asynchronously");
         if (s.bHasTime)
             Line(L"time", FormatTime(s.first) + L" to " + FormatTime(s.last) + L" (" +
@@ -147,23 +153,23 @@ public:
                               L")");
         else
             Line(L"time", L"none");
-        ustring gaps = Number(s.nGaps) + L" over " + Number(gapLimit) + L" ms";
+        ustring gaps = Number(s.n[kGaps]) + L" over " + Number(gapLimit) + L" ms";
         for (std::size_t i = 0; i < s.longest.size(); ++i)
             gaps += (i == 0 ? L"; longest " : L", ") + Number(s.longest[i].nMilliseconds) + L" ms before line " +
                     Number(s.longest[i].nLine) + L" (" + FormatTime(s.longest[i].at) + L")";
-        if (s.nBackwards != 0)
-            gaps += L"; time went back " + Number(s.nBackwards) + L" times";
+        if (s.n[kBackwards] != 0)
+            gaps += L"; time went back " + Number(s.n[kBackwards]) + L" times";
         Line(L"gaps", gaps);
-        if (s.nWriteErrors == 0 && s.nDamaged == 0)
+        if (s.n[kWriteErrors] == 0 && s.n[kDamaged] == 0)
             Line(L"errors", L"none");
         else
         {
-            ustring errors = Number(s.nWriteErrors) + L" write errors";
+            ustring errors = Number(s.n[kWriteErrors]) + L" write errors";
             if (!s.errorLines.empty())
-                errors += L" (line " + Lines(s.errorLines, s.nWriteErrors) + L")";
-            errors += L", " + Number(s.nDamaged) + L" damaged records";
+                errors += L" (line " + Lines(s.errorLines, s.n[kWriteErrors]) + L")";
+            errors += L", " + Number(s.n[kDamaged]) + L" damaged records";
             if (!s.damagedLines.empty())
-                errors += L" (line " + Lines(s.damagedLines, s.nDamaged) + L")";
+                errors += L" (line " + Lines(s.damagedLines, s.n[kDamaged]) + L")";
             Line(L"errors", errors);
         }
     }
