@@ -314,6 +314,31 @@ class TavrinLog(unittest.TestCase):
         for text in texts:
             self.assertTrue(any(c.endswith(" " + text) for c in comments), text)
 
+    def test_socket_addresses_come_from_file_names_events_and_options(self):
+        with open(linux_path(self.path("COM8")), "rb") as f:
+            content = f.read()
+        names = {}
+        for channel in ("[fe80__1%3]@4712", "127.1.2.3:4711"):
+            names[channel] = self.out("%s-2024.03.07-09.05.01.123.log" % channel)
+            with open(names[channel], "wb") as f:
+                f.write(content)
+        cases = (
+            # The file name names the peer; this side is made up on the loopback address.
+            ([names["[fe80__1%3]@4712"]], [], "fe80::1:4712", "::1:49152"),
+            ([names["127.1.2.3:4711"]], [], "127.1.2.3:4711", "127.0.0.1:49152"),
+            # Options fill in what neither the name nor the events say.
+            ([names["127.1.2.3:4711"]], ["-local", "127.0.0.1:40000", "-remote", "127.0.0.8:1"], "127.1.2.3:4711",
+             "127.0.0.1:40000"),
+            ([linux_path(self.path("COM8"))], ["-link", "tcp", "-remote", "[::1]:7000", "-local", "[::1]:7001"],
+             "::1:7000", "::1:7001"),
+        )
+        for files, options, remote, local in cases:
+            capture = self.export("names.pcapng", *options, *[windows_path(f) for f in files])
+            _, out, _ = tshark("-r", capture, "-q", "-z", "conv,tcp")
+            self.assertRegex(out, re.escape(local) + r"\s+<-> " + re.escape(remote) + r"\s", (files, options))
+            client, server = follow_raw(tshark("-r", capture, "-q", "-z", "follow,tcp,raw,0")[1])
+            self.assertEqual(self.sent_and_received("COM8"), (client, server))
+
     def test_udp_datagrams_carry_the_records(self):
         capture = self.export("udp.pcapng", "-link", "udp", self.path("127.0.0.1@5000"))
         _, bad, err = tshark("-r", capture, *CHECKS, "-Y", "_ws.malformed || udp.checksum.status == 0 || "

@@ -440,7 +440,9 @@ private:
             ++m_nDamaged;
             ErrorConsole().Warn(L"%ls: %ls; left out", source.GetPath().c_str(), Describe(record).c_str());
         }
-        const std::string comment = Utf8(record.nKind == LogRecord::eText ? record.text : Describe(record));
+        // What a record that is no data says; with the time where it goes with a later packet.
+        const std::string comment = data ? std::string() : Utf8(record.nKind == LogRecord::eText ? record.text : Describe(record));
+        const std::string stamp = record.bHasTime ? Utf8(FormatTime(record.time)) + " " : std::string();
         const bool sent = record.nKind == LogRecord::eWrite;
         if (channel.eLink == kLinkSerial)
         {
@@ -470,9 +472,9 @@ private:
         if (channel.tcp && !channel.tcp->IsOpen())
             channel.tcp->Open(frames);
         if (!data)
-            channel.comments.push_back(Utf8(FormatTime(record.time)) + " " + comment);
+            channel.comments.push_back(stamp + comment);
         else if (record.data.empty() && channel.tcp)
-            channel.comments.push_back(Utf8(FormatTime(record.time)) + (sent ? " a write of 0 bytes" : " a read of 0 bytes"));
+            channel.comments.push_back(stamp + (sent ? "a write of 0 bytes" : "a read of 0 bytes"));
         else if (channel.tcp)
             channel.tcp->Send(sent, record.data.data(), record.data.size(), frames);
         else
