@@ -247,8 +247,8 @@ bool ParseUnknownHeader(const char* p, std::size_t length, SYSTEMTIME& time)
     {
         if (at[0] != ',' || at[1] != ' ')
             continue;
-        const char* time_ = at + 2;
-        if (ParseTime(time_, end, time) && ExpectLineEnd(time_, end))
+        const char* stamp = at + 2;
+        if (ParseTime(stamp, end, time) && ExpectLineEnd(stamp, end))
             return true;
     }
     return false;
