@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine wine64 libboost-dev googletest
-          cmake ninja-build python3 socat xvfb xauth ccache libspdlog-dev libfmt-dev iproute2 netbase)
+          cmake ninja-build python3 socat xvfb xauth ccache libspdlog-dev libfmt-dev iproute2 netbase tshark)
 
 missing=()
 for p in "${PACKAGES[@]}"; do
@@ -13,6 +13,9 @@ done
 if [ ${#missing[@]} -gt 0 ]; then
   echo "setup: installing ${missing[*]}"
   SUDO=""; [ "$(id -u)" -eq 0 ] || SUDO="sudo"
+  # tshark's package asks whether ordinary users may capture; the tests only read files, so the
+  # answer is no, given in advance so that nothing waits for a reply.
+  echo "wireshark-common wireshark-common/install-setuid boolean false" | $SUDO debconf-set-selections
   $SUDO apt-get update -q
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -q "${missing[@]}"
 fi
