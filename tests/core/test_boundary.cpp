@@ -83,6 +83,33 @@ TEST(Boundary, LibraryThrowCaughtByBaseAndByMostDerivedType)
     EXPECT_FALSE(caughtAsOther);
 }
 
+TEST(Boundary, SourceFileNamesAreRelativeToTheSourceTree)
+{
+    // A report names the file as it stands in the source tree, whatever folder the library was
+    // built in (and under ccache the compiler sees paths relative to the build folder).
+    try
+    {
+        CEvent missing(EVENT_ALL_ACCESS, FALSE, AbsentEventName().c_str());
+        FAIL() << "OpenEventW of an absent event succeeded";
+    }
+    catch (const CStdException& e)
+    {
+        EXPECT_EQ(e.GetFileName(), L"src/core/object.cpp");
+    }
+
+    // Inline code of a public header, compiled into this program.
+    try
+    {
+        CLocker<CCriticalSection> locker(nullptr);
+        FAIL() << "a locker of no object was made";
+    }
+    catch (const CWinException& e)
+    {
+        EXPECT_EQ(e.GetFileName(), L"include/tavrin/core/object.h");
+        EXPECT_EQ(e.GetErrorCode(), ERROR_INVALID_PARAMETER);
+    }
+}
+
 TEST(Boundary, CloneHandsAFailureToAnotherThread)
 {
     // The worker catches a library failure and hands over a clone.
