@@ -2,10 +2,12 @@
 """Tests Tavrin's installed package the way an application uses it. Run by ctest (one call per
 test); each call writes a GoogleTest-style report to --results so that the run's summary counts it.
 
-  install  installs a build into a fresh prefix (with --strip) and checks what landed there
-  run      configures, builds and runs a separate CMake project against the prefix; the project's
-           executable is named after its folder, must exit with 0, and its output must match
-           every line (a regular expression) of the folder's expected-output.txt
+  install  installs a build (with --strip) into a fresh folder, moves it to the prefix and checks
+           what landed there
+  run      configures, builds and runs a separate CMake project against the prefix (installed
+           first when it has install rules); the project's executable is named after its
+           folder, must exit with 0, and its output must match every line (a regular
+           expression) of the folder's expected-output.txt
   reject   configures a project against the prefix and expects find_package to refuse, with a
            message that contains --expect (compared with runs of blanks made one)
 """
@@ -85,8 +87,13 @@ def installed_files(prefix):
 
 
 def do_install(args):
-    shutil.rmtree(args.prefix, ignore_errors=True)
-    check(["cmake", "--install", args.build, "--prefix", args.prefix, "--strip"], BUILD_TIMEOUT, "cmake --install")
+    # Installed elsewhere and then moved to the prefix: the package must not depend on where it
+    # was installed.
+    staging = args.prefix + ".staging"
+    for folder in (args.prefix, staging):
+        shutil.rmtree(folder, ignore_errors=True)
+    check(["cmake", "--install", args.build, "--prefix", staging, "--strip"], BUILD_TIMEOUT, "cmake --install")
+    os.rename(staging, args.prefix)
     files = set(installed_files(args.prefix))
     required = ["bin/Tavrin.dll", "bin/DATA/Win32Errors.txt", "bin/libstdc++-6.dll", "bin/libwinpthread-1.dll",
                 "lib/Tavrin.lib", "include/tavrin/core/config.h", "include/tavrin/core/version.h",
@@ -114,7 +121,7 @@ def do_install(args):
     for name in sorted(f for f in files if f.startswith("lib/cmake/")):
         with open(os.path.join(args.prefix, name), encoding="utf-8") as f:
             text = f.read()
-        for folder in (args.build, args.source, args.prefix):
+        for folder in (args.build, args.source, staging):
             if os.path.abspath(folder) in text:
                 raise Failure(f"{name} names the folder {folder}")
     print(f"{len(files)} files installed in {args.prefix}")
@@ -130,9 +137,15 @@ def do_run(args):
         raise Failure(f"configuring {name} failed (exit code {code})")
     check(["cmake", "--build", args.work], BUILD_TIMEOUT, f"building {name}")
 
-    exe = os.path.join(args.work, name + ".exe")
+    # A project with install rules is run from where it installs itself (what it would ship),
+    # any other from its build folder.
+    installed = os.path.join(args.work, "installed")
+    check(["cmake", "--install", args.work, "--prefix", installed], BUILD_TIMEOUT, f"installing {name}")
+    exe = os.path.join(installed, name + ".exe")
+    if not os.path.isfile(exe):
+        exe = os.path.join(args.work, name + ".exe")
     started = time.monotonic()
-    code, output = run_program([args.wine, exe], args.work)
+    code, output = run_program([args.wine, exe], os.path.dirname(exe))
     print(output, flush=True)
     print(f"{name}.exe ran for {time.monotonic() - started:.1f} s and exited with {code}")
     if code != 0:

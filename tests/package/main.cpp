@@ -34,6 +34,12 @@ int main()
         std::printf("caught %ls (code %ld) from %ls\n", clone->GetFunction().c_str(), e.GetErrorCode(),
                     clone->GetFileName().c_str());
     }
+    // Deployed beside the program: the DLL it loaded and the DATA folder the DLL reads.
+    ustring dll, folder;
+    CFile::GetModuleFileNameW(::GetModuleHandleW(L"Tavrin.dll"), dll);
+    CFile::GetModuleFileNameW(nullptr, folder, CFile::ModuleFolder);
+    std::printf("Tavrin.dll beside the program: %s\n", dll == folder + L"Tavrin.dll" ? "yes" : "no");
+    std::printf("DATA beside it: %s\n", CFile::FileExists(ustring(folder + L"DATA\\Win32Errors.txt")) ? "yes" : "no");
     std::printf("other units: %d\n", WindowsFirst() + LeanWindowsFirst());
     return 0;
 }
