@@ -13,8 +13,10 @@ set(TAVRIN_PACKAGE_DIR ${CMAKE_BINARY_DIR}/package)
 set(TAVRIN_CMAKE_INSTALL_DIR lib/cmake/Tavrin)
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   set(TAVRIN_PACKAGE_WIDTH "64-bit (x86_64)")
+  set(TAVRIN_TOOLCHAIN_FILE toolchain-mingw-x86_64.cmake)
 else()
   set(TAVRIN_PACKAGE_WIDTH "32-bit (i686)")
+  set(TAVRIN_TOOLCHAIN_FILE toolchain-mingw-i686.cmake)
 endif()
 
 # Consumers compile the headers as the library does: C++17 at least, and the Boost headers from a
