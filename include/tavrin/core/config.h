@@ -2,6 +2,19 @@
 // each translation unit would otherwise re-invent.
 #pragma once
 
+// Windows 7 is the oldest system the library supports. A consumer may aim higher, or include
+// <windows.h> first and so take MinGW-w64's default; a lower target would hide declarations the
+// library's headers use.
+#define TAVRIN_MIN_WIN32_WINNT 0x0601
+#ifndef _WIN32_WINNT
+#define _WIN32_WINNT TAVRIN_MIN_WIN32_WINNT
+#elif _WIN32_WINNT < TAVRIN_MIN_WIN32_WINNT
+#error "Tavrin needs _WIN32_WINNT 0x0601 (Windows 7) or later"
+#endif
+#ifndef WINVER
+#define WINVER _WIN32_WINNT
+#endif
+
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
@@ -12,6 +25,12 @@
 #define _UNICODE
 #endif
 
+// <windows.h> included before this header has brought in the old <winsock.h> (unless
+// WIN32_LEAN_AND_MEAN was set). MinGW-w64's <winsock2.h> shares its definitions with it and is
+// safe to include after it; only its guard makes it warn about the order, so the guard goes.
+#if defined(_WINSOCKAPI_) && !defined(_WINSOCK2API_)
+#undef _WINSOCKAPI_
+#endif
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <windows.h>

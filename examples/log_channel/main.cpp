@@ -1,0 +1,93 @@
+// Logging a channel. A CFile opened with a logging mode gets a data log file of its own: the
+// log-file server creates it in the log folder, and every call on the file and every byte it
+// moves is recorded there by a worker thread, so the caller never waits for the disk.
+#include <tavrin/core/exception.h>
+#include <tavrin/core/file.h>
+#include <tavrin/log/console.h>
+#include <tavrin/log/logfile.h>
+
+#include <string>
+
+using namespace tavrin;
+
+namespace {
+
+// The newest "*.log" file of a folder (the server names each file after its channel and the
+// time it was created).
+ustring NewestLogFile(const ustring& folder)
+{
+    ustring newest;
+    FILETIME newestTime = {};
+    WIN32_FIND_DATAW data;
+    HANDLE find = ::FindFirstFileW(ustring(folder + L"\\*.log"), &data);
+    if (find == INVALID_HANDLE_VALUE)
+        return newest;
+    do
+    {
+        if (newest.empty() || ::CompareFileTime(&data.ftLastWriteTime, &newestTime) > 0)
+        {
+            newest = folder + L"\\" + data.cFileName;
+            newestTime = data.ftLastWriteTime;
+        }
+    } while (::FindNextFileW(find, &data));
+    ::FindClose(find);
+    return newest;
+}
+
+// A text file's UTF-8 content as UTF-16.
+ustring ReadUtf8File(const ustring& path)
+{
+    CFile file(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+               FILE_ATTRIBUTE_NORMAL, nullptr);
+    std::string bytes(static_cast<std::size_t>(file.GetLength()), '\0');
+    unsigned int read = 0;
+    if (!bytes.empty())
+        file.Read(&bytes[0], static_cast<unsigned int>(bytes.size()), read);
+    bytes.resize(read);
+    return ustring(bytes, CP_UTF8, 0);
+}
+
+} // namespace
+
+int main()
+{
+    ustring capture, markdown;
+    CConsole console(false, capture, markdown);
+    try
+    {
+        ustring folder;
+        CFile::GetTempPathW(folder);
+        folder.trim_right(L'\\');
+        folder += L"\\tavrin_example_logs";
+        CFile::CreateFolder(folder);
+
+        // Nothing is logged until the application chooses a detail level; Verbose also records
+        // the text events (the open and the close).
+        CLogFileServer& server = CLogFileServer::Ref();
+        server.SetFolder(folder, false);
+        server.SetDetail(eLogFileDetailVerbose);
+
+        const ustring path = folder + L"\\channel.dat";
+        {
+            CFile channel(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
+                          nullptr, CFile::eLoggingModeOn);
+            const char request[] = "PING 1\r\n";
+            unsigned int written = 0;
+            channel.Write(request, sizeof(request) - 1, written);
+            channel.Seek(0, FILE_BEGIN);
+            char reply[16] = {};
+            unsigned int read = 0;
+            channel.Read(reply, sizeof(reply), read);
+        } // closing the file writes everything queued and closes its log file
+
+        const ustring log = NewestLogFile(folder);
+        console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
+        console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
+        return 0;
+    }
+    catch (const CStdException& e)
+    {
+        e.ReportErrorConsole(console, TAVRIN_WFILE, __LINE__);
+        return 1;
+    }
+}
