@@ -207,6 +207,15 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
 
     std::vector<std::string> expected;
     const std::vector<unsigned char> big = Pattern(100000, 7);
+    // The buffers and OVERLAPPEDs outlive the port, so that nothing completes into freed memory.
+    COverlapped readOv(nullptr, TRUE, FALSE, nullptr);
+    unsigned char buffer[16] = {};
+    COverlapped writeOv(nullptr, TRUE, FALSE, nullptr);
+    COverlapped cancelOv(nullptr, TRUE, FALSE, nullptr);
+    unsigned char cancelled[8] = {};
+    unsigned char next[8] = {};
+    COverlapped waitOv(nullptr, TRUE, FALSE, nullptr);
+    DWORD mask = 0;
     {
         CCommPort port;
         port.Open(testPort.strPath, FILE_FLAG_OVERLAPPED);
@@ -217,8 +226,6 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
         unsigned int count = 0;
 
         // A read waits for the peer.
-        COverlapped readOv(nullptr, TRUE, FALSE, nullptr);
-        unsigned char buffer[16] = {};
         ASSERT_FALSE(port.Read(buffer, sizeof(buffer), count, &readOv));
         expected.push_back("Pending read request initiated. Buffer size: 16.");
         const std::vector<unsigned char> sixteen = Pattern(16, 0xF0);
@@ -230,7 +237,6 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
         expected.push_back(Record(false, false, sixteen));
 
         // A write larger than the line's buffers stays pending until the peer reads.
-        COverlapped writeOv(nullptr, TRUE, FALSE, nullptr);
         if (port.Write(big.data(), static_cast<unsigned int>(big.size()), count, &writeOv))
         {
             ADD_FAILURE() << "a write of " << big.size() << " bytes completed at once";
@@ -247,8 +253,6 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
         }
 
         // A cancelled read: its failure line, no record, and nothing left registered.
-        COverlapped cancelOv(nullptr, TRUE, FALSE, nullptr);
-        unsigned char cancelled[8] = {};
         ASSERT_FALSE(port.Read(cancelled, sizeof(cancelled), count, &cancelOv));
         expected.push_back("Pending read request initiated. Buffer size: 8.");
         port.CancelIo();
@@ -259,7 +263,6 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
         expected.push_back(GetResultFailure(ERROR_OPERATION_ABORTED, true));
         EXPECT_FALSE(CLogFileProxy(channel)().CommitPendingOperation(&cancelOv, 8));
         // The same OVERLAPPED serves the next read, which logs its own bytes.
-        unsigned char next[8] = {};
         ASSERT_FALSE(port.Read(next, sizeof(next), count, &cancelOv));
         expected.push_back("Pending read request initiated. Buffer size: 8.");
         ASSERT_TRUE(peer.Write(Bytes("8 bytes!")));
@@ -272,8 +275,6 @@ TEST(CommPortOverlapped, PendingTransfersCancelAndEventWaits)
         // holds when the wait is committed is logged, through the port's own mask text.
         port.SetCommMask(EV_RXCHAR);
         expected.push_back("SetCommMask(DWORD dwEvtMask=0x1 (EV_RXCHAR)) succeeded.");
-        COverlapped waitOv(nullptr, TRUE, FALSE, nullptr);
-        DWORD mask = 0;
         if (port.WaitCommEvent(mask, &waitOv))
         {
             expected.push_back("WaitCommEvent(LPDWORD lpEvtMask) succeeded. *lpEvtMask=0x" + std::to_string(mask) +
@@ -339,20 +340,21 @@ TEST(CommPortPeerLoss, PendingTransfersEndAndThePartialWriteIsLogged)
     std::vector<std::string> expected;
     const std::vector<unsigned char> big = Pattern(256 * 1024, 3);
     std::vector<unsigned char> partial;
+    // The buffers and OVERLAPPEDs outlive the port, so that nothing completes into freed memory.
+    COverlapped writeOv(nullptr, TRUE, FALSE, nullptr);
+    COverlapped readOv(nullptr, TRUE, FALSE, nullptr);
+    unsigned char buffer[64];
     {
         CCommPort port;
         port.Open(testPort.strPath, FILE_FLAG_OVERLAPPED);
         expected.push_back(Opened(testPort));
         unsigned int count = 0;
 
-        COverlapped writeOv(nullptr, TRUE, FALSE, nullptr);
         ASSERT_FALSE(port.Write(big.data(), static_cast<unsigned int>(big.size()), count, &writeOv));
         expected.push_back("Pending write request initiated. Buffer size: 262144.");
         // The transfer is under way: the first bytes arrive.
         EXPECT_EQ(std::vector<unsigned char>(big.begin(), big.begin() + 1000), peer.Read(1000));
 
-        COverlapped readOv(nullptr, TRUE, FALSE, nullptr);
-        unsigned char buffer[64];
         ASSERT_FALSE(port.Read(buffer, sizeof(buffer), count, &readOv));
         expected.push_back("Pending read request initiated. Buffer size: 64.");
         EXPECT_FALSE(Signalled(readOv, 0));

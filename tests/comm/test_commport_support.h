@@ -91,13 +91,15 @@ inline unsigned long PeerProcessId(const CTestPort& port)
     return std::strtoul(std::string(bytes.begin(), bytes.end()).c_str(), nullptr, 10);
 }
 
-// Waits (at most 10 s) until the port's socat runs with a process id other than `old`.
+// Waits (at most 10 s) until the port's socat runs with a process id other than `old`. Its
+// process is looked for in the Unix /proc, which Wine shows like any folder.
 inline bool WaitForPeer(const CTestPort& port, unsigned long old = 0)
 {
     return logtest::WaitUntil(
         [&] {
             const unsigned long pid = PeerProcessId(port);
-            return pid != 0 && pid != old;
+            return pid != 0 && pid != old &&
+                   ::GetFileAttributesW(WindowsPath(ustring::sprintf_stc(L"/proc/%lu", pid))) != INVALID_FILE_ATTRIBUTES;
         },
         10000);
 }
@@ -225,40 +227,6 @@ inline ::testing::AssertionResult SameEvents(const std::vector<std::string>& exp
                                              << shorten(longer[std::min(expected.size(), actual.size())]);
     }
     return ::testing::AssertionSuccess();
-}
-
-// The text events of a log file (see logtest::Events) that contain `piece`.
-inline std::vector<std::string> EventsWith(const std::vector<std::string>& events, const std::string& piece)
-{
-    std::vector<std::string> found;
-    for (const std::string& event : events)
-    {
-        if (event.find(piece) != std::string::npos)
-            found.push_back(event);
-    }
-    return found;
-}
-
-// The data bytes of a data record, read back from its dump lines (the hexadecimal column).
-inline std::vector<unsigned char> RecordBytes(const logtest::Record& record)
-{
-    std::vector<unsigned char> bytes;
-    std::size_t at = 0;
-    while (true)
-    {
-        const std::size_t end = record.body.find("\r\n", at);
-        if (end == std::string::npos || end == at)
-            break;
-        const std::string line = record.body.substr(at, end - at);
-        for (std::size_t cell = 1; cell + 2 <= line.size() && cell < 1 + 96; cell += 3)
-        {
-            if (line[cell] == ' ')
-                break;
-            bytes.push_back(static_cast<unsigned char>(std::stoul(line.substr(cell, 2), nullptr, 16)));
-        }
-        at = end + 2;
-    }
-    return bytes;
 }
 
 // The whole body a data record of these bytes must have: its dump lines and the empty line.
