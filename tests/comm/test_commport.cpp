@@ -14,11 +14,12 @@ using tavrintest::CatchWinException;
 
 namespace {
 
-bool EndsWith(const ustring& text, const wchar_t* tail)
+// The file name and extension of a path.
+ustring NameOf(const ustring& path)
 {
-    const std::size_t length = std::wcslen(tail);
-    return text.size() >= length &&
-           static_cast<const std::wstring&>(text).compare(text.size() - length, length, tail) == 0;
+    ustring drive, dir, name, ext;
+    CFile::SplitPath(path, drive, dir, name, ext);
+    return name + ext;
 }
 
 std::string Format(const char* format, ...)
@@ -382,7 +383,7 @@ TEST(CommPortFailures, DeviceRefusalsAreLoggedThenThrown)
         const CWinException e = CatchWinException(c.call);
         EXPECT_EQ(c.function, e.GetFunction());
         EXPECT_EQ(c.line, e.GetLine());
-        EXPECT_TRUE(EndsWith(e.GetFileName(), L"commport.cpp")) << e.GetFileName().c_str();
+        EXPECT_EQ(L"commport.cpp", NameOf(e.GetFileName()));
         EXPECT_NE(0, e.GetErrorCode());
         expected.push_back(Format(c.text.c_str(), e.GetErrorCode()));
         // Logged after the catch: the failure line must already be ahead of it.
@@ -458,6 +459,7 @@ TEST(CommPortFailures, EveryMemberOfAClosedPortThrowsWithItsLineAndText)
         EXPECT_EQ(c.function, e.GetFunction());
         EXPECT_EQ(c.line, e.GetLine()) << Narrow(c.function);
         EXPECT_EQ(ERROR_INVALID_HANDLE, e.GetErrorCode()) << Narrow(c.function);
+        EXPECT_EQ(L"commport.cpp", NameOf(e.GetFileName()));
         expected.push_back(c.text);
     }
     EXPECT_TRUE(CLogFileServer::Ref().CloseLogFile(channel));
