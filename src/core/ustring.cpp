@@ -1,10 +1,13 @@
 // ustring: construction, comparison, wildcard matching, trimming, extraction, splitting.
 #include <tavrin/core/ustring.h>
 
+#include "core/ustring_internal.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
+#include <iterator>
 
 namespace tavrin {
 
@@ -39,47 +42,118 @@ int CompareUnits(const wchar_t* a, std::size_t an, const wchar_t* b, std::size_t
     return 0;
 }
 
-// Wildcard match of text s against mask m. After a '*' every tail of s is tried against the rest
-// of the mask; when none matches, the rest of the mask is matched against the whole of s again.
-// That restart is long-standing behaviour that callers' sort orders depend on, so it is kept.
-int MatchMask(const wchar_t* s, std::size_t sn, const wchar_t* m, std::size_t mn, ECaseSensitivity mode)
+inline int CompareUnit(wchar_t a, wchar_t b, ECaseSensitivity mode)
 {
-    std::size_t i = 0;
-    std::size_t j = 0;
-    while (i < sn)
-    {
-        if (j >= mn)
-            return 1;
-        if (m[j] == L'*')
-        {
-            const wchar_t* rest = m + j + 1;
-            const std::size_t restLength = mn - j - 1;
-            for (std::size_t k = i; k <= sn; ++k)
-            {
-                if (MatchMask(s + k, sn - k, rest, restLength, mode) == 0)
-                    return 0;
-            }
-            return MatchMask(s, sn, rest, restLength, mode);
-        }
-        if (m[j] != L'?')
-        {
-            const int diff = CompareUnits(s + i, 1, m + j, 1, 1, mode);
-            if (diff < 0)
-                return -1;
-            if (diff > 0)
-                return 1;
-        }
-        ++i;
-        ++j;
-    }
-    while (j < mn && m[j] == L'*')
-        ++j;
-    return j == mn ? 0 : -1;
+    const auto x = static_cast<unsigned short>(Fold(a, mode));
+    const auto y = static_cast<unsigned short>(Fold(b, mode));
+    return x < y ? -1 : (x > y ? 1 : 0);
 }
 
-inline bool InSet(const std::vector<wchar_t>& set, wchar_t ch)
+// Wildcard matching.
+//
+// The result is that of a recursive definition. Text from position a against the mask from
+// position b: the literal segment up to the next star is compared code unit by code unit ('?'
+// matches any); at the star, every tail of the text from the end of the segment on is tried
+// against the rest of the mask, and when none matches, the rest of the mask is matched again
+// against the text from a. That restart, and the sign it gives a failed match, are long-standing
+// behaviour that callers' sort orders depend on, so they are kept. Taken literally the definition
+// costs time exponential in the number of stars and recursion as deep as the mask is long.
+//
+// Every step of that recursion is a pair (a, b) with b at the mask's start or just after a star.
+// So the mask is evaluated one segment ("level") at a time, from the last to the first: a level's
+// result at each a depends only on the next level's results (the largest a at which it matched,
+// and its result at the same a), so two rows of results suffice. Time O(text x mask), memory
+// O(text), no recursion.
+struct MaskLevel
 {
-    return std::find(set.begin(), set.end(), ch) != set.end();
+    std::size_t begin;      // the segment mask[begin, end) holds no star
+    std::size_t end;        // a star, or the mask's end
+    bool last;              // no star follows
+    bool restIsStars;       // only stars from `end` on (always true for the last level)
+};
+
+const std::size_t kNoMatch = kNotFound;
+
+// Result of one level at text position a; `next` and `nextMatch` (its largest matching position,
+// or kNoMatch) describe the level after the star.
+signed char MaskLevelResult(const wchar_t* s, std::size_t n, const wchar_t* m, const MaskLevel& level, std::size_t a,
+                            ECaseSensitivity mode, const signed char* next, std::size_t nextMatch)
+{
+    std::size_t i = a;
+    for (std::size_t j = level.begin;; ++i, ++j)
+    {
+        if (i >= n) // the text ends first: only stars may be left of the mask
+            return j == level.end && level.restIsStars ? 0 : -1;
+        if (j == level.end)
+            break;
+        if (m[j] != L'?')
+        {
+            const int diff = CompareUnit(s[i], m[j], mode);
+            if (diff != 0)
+                return static_cast<signed char>(diff);
+        }
+    }
+    if (level.last)
+        return 1; // the mask ends before the text
+    // At the star: some tail from i on matches the rest, or the rest restarts at a.
+    if (nextMatch != kNoMatch && nextMatch >= i)
+        return 0;
+    return next[a];
+}
+
+int MatchMask(const wchar_t* s, std::size_t n, const wchar_t* m, std::size_t mn, ECaseSensitivity mode)
+{
+    const wchar_t* const star = std::find(std::make_reverse_iterator(m + mn), std::make_reverse_iterator(m), L'*').base();
+    if (star == m) // no star: one literal comparison
+        return MaskLevelResult(s, n, m, MaskLevel{0, mn, true, true}, 0, mode, nullptr, kNoMatch);
+
+    // The last code unit that is not a star: before it, "only stars left" is false.
+    std::size_t lastLiteral = mn;
+    while (lastLiteral > 0 && m[lastLiteral - 1] == L'*')
+        --lastLiteral;
+
+    // Two rows of n + 1 results; short texts (file names) keep them on the stack.
+    const std::size_t row = n + 1;
+    signed char local[2 * 128];
+    std::vector<signed char> heap;
+    signed char* rows = local;
+    if (row > sizeof(local) / 2)
+    {
+        heap.resize(2 * row);
+        rows = heap.data();
+    }
+    signed char* current = rows;
+    signed char* next = rows + row;
+    std::size_t nextMatch = kNoMatch;
+
+    MaskLevel level{static_cast<std::size_t>(star - m), mn, true, true};
+    for (;;)
+    {
+        std::size_t match = kNoMatch;
+        for (std::size_t a = 0; a < row; ++a)
+        {
+            current[a] = MaskLevelResult(s, n, m, level, a, mode, next, nextMatch);
+            if (current[a] == 0)
+                match = a;
+        }
+        std::swap(current, next);
+        nextMatch = match;
+
+        // The level before the star at begin - 1.
+        level.end = level.begin - 1;
+        level.last = false;
+        level.restIsStars = lastLiteral <= level.end;
+        level.begin = level.end;
+        while (level.begin > 0 && m[level.begin - 1] != L'*')
+            --level.begin;
+        if (level.begin == 0) // the mask's first segment: only position 0 is asked for
+            return MaskLevelResult(s, n, m, level, 0, mode, next, nextMatch);
+    }
+}
+
+inline bool InSet(const wchar_t* set, std::size_t count, wchar_t ch)
+{
+    return std::find(set, set + count, ch) != set + count;
 }
 
 inline bool InList(const wchar_t* list, wchar_t ch)
@@ -88,16 +162,71 @@ inline bool InList(const wchar_t* list, wchar_t ch)
     return list && ch != L'\0' && std::wcschr(list, ch) != nullptr;
 }
 
-template <class C>
-inline void AddPiece(C& out, std::wstring&& piece)
+// Removes the code units that are in the set from the front and/or the back of the text.
+void TrimSet(std::wstring& text, const wchar_t* set, std::size_t count, bool front, bool back)
 {
-    out.push_back(ustring(std::move(piece)));
+    std::size_t end = text.size();
+    if (back)
+    {
+        while (end > 0 && InSet(set, count, text[end - 1]))
+            --end;
+        text.erase(end);
+    }
+    if (front)
+    {
+        std::size_t begin = 0;
+        while (begin < end && InSet(set, count, text[begin]))
+            ++begin;
+        text.erase(0, begin);
+    }
 }
 
-inline void AddPiece(std::set<ustring>& out, std::wstring&& piece)
+// Fills a sequence container with pieces, reusing the strings it already holds (and their
+// storage) before appending new ones; what is left over goes at the end.
+template <class C>
+class CPieceWriter
 {
-    out.insert(ustring(std::move(piece)));
-}
+public:
+    explicit CPieceWriter(C& out) : m_out(out), m_next(out.begin()) {}
+
+    void Add(const wchar_t* piece, std::size_t length)
+    {
+        if (m_next != m_out.end())
+        {
+            m_next->assign(piece, length);
+            ++m_next;
+        }
+        else
+        {
+            m_out.emplace_back();
+            m_out.back().assign(piece, length);
+            m_next = m_out.end();
+        }
+    }
+
+    unsigned int Finish()
+    {
+        m_out.erase(m_next, m_out.end());
+        return static_cast<unsigned int>(m_out.size());
+    }
+
+private:
+    C& m_out;
+    typename C::iterator m_next;
+};
+
+// A set orders its pieces and collapses duplicates, so it is cleared and filled.
+template <>
+class CPieceWriter<std::set<ustring>>
+{
+public:
+    explicit CPieceWriter(std::set<ustring>& out) : m_out(out) { m_out.clear(); }
+    void Add(const wchar_t* piece, std::size_t length) { m_out.insert(ustring(std::wstring(piece, length))); }
+    unsigned int Finish() { return static_cast<unsigned int>(m_out.size()); }
+
+private:
+    std::set<ustring>& m_out;
+};
 
 // One splitting algorithm for every container and separator form. An empty separator would
 // never advance; it is treated as absent, giving the whole text as the only piece.
@@ -105,7 +234,8 @@ template <class C>
 unsigned int SplitBySeparator(const ustring& text, const wchar_t* separator, std::size_t separatorLength, C& out,
                               bool keepTrailingEmpty)
 {
-    out.clear();
+    CPieceWriter<C> writer(out);
+    const wchar_t* const data = text.data();
     const std::size_t length = text.size();
     std::size_t pos = 0;
     while (pos < length)
@@ -113,37 +243,119 @@ unsigned int SplitBySeparator(const ustring& text, const wchar_t* separator, std
         const std::size_t hit = separatorLength ? text.find(separator, pos, separatorLength) : kNotFound;
         if (hit == kNotFound)
         {
-            AddPiece(out, text.std::wstring::substr(pos));
+            writer.Add(data + pos, length - pos);
             pos = kNotFound;
         }
         else
         {
-            AddPiece(out, text.std::wstring::substr(pos, hit - pos));
+            writer.Add(data + pos, hit - pos);
             pos = hit + separatorLength;
         }
         if (pos == length && keepTrailingEmpty)
-            AddPiece(out, std::wstring());
+            writer.Add(data, 0);
     }
-    return static_cast<unsigned int>(out.size());
+    return writer.Finish();
 }
 
 // Reads a NUL-separated list up to its first empty piece, never past the text's own end.
 template <class C>
 unsigned int SplitMultiString(const ustring& text, C& out)
 {
-    out.clear();
+    CPieceWriter<C> writer(out);
     const wchar_t* p = text.c_str();
     const wchar_t* const end = p + text.size();
     while (p < end && *p != L'\0')
     {
         const wchar_t* const stop = std::find(p, end, L'\0');
-        AddPiece(out, std::wstring(p, stop));
+        writer.Add(p, static_cast<std::size_t>(stop - p));
         p = stop + 1;
     }
-    return static_cast<unsigned int>(out.size());
+    return writer.Finish();
+}
+
+// Replaces every occurrence of `what` (not empty, not aliasing the text) by `with` in one pass;
+// false when there was none. A replacement that is not longer works in place; a longer one builds
+// the result once, at its final size.
+bool ReplaceAll(std::wstring& text, std::wstring_view what, std::wstring_view with)
+{
+    const std::size_t first = text.find(what.data(), 0, what.size());
+    if (first == kNotFound)
+        return false;
+    if (with.size() <= what.size())
+    {
+        text.resize(first + detail::ReplaceInPlace(&text[first], text.size() - first, what, with));
+        return true;
+    }
+    const std::wstring_view source(text);
+    const std::size_t count = 1 + detail::CountOccurrences(source.substr(first + what.size()), what);
+    std::wstring result;
+    result.reserve(text.size() + count * (with.size() - what.size()));
+    std::size_t pos = 0;
+    for (std::size_t hit = first; hit != kNotFound; hit = source.find(what, pos))
+    {
+        result.append(source.data() + pos, hit - pos);
+        result.append(with.data(), with.size());
+        pos = hit + what.size();
+    }
+    result.append(source.data() + pos, source.size() - pos);
+    text.swap(result);
+    return true;
 }
 
 } // namespace
+
+// ---------------------------------------------------------------- shared text helpers
+
+std::size_t detail::ReplaceInPlace(wchar_t* text, std::size_t length, std::wstring_view what, std::wstring_view with)
+{
+    // The untouched source [read, length) always lies at or after the written result [0, write).
+    const std::wstring_view source(text, length);
+    std::size_t read = 0;
+    std::size_t write = 0;
+    for (std::size_t hit = source.find(what); hit != kNotFound; hit = source.find(what, read))
+    {
+        std::wmemmove(text + write, text + read, hit - read);
+        write += hit - read;
+        std::wmemcpy(text + write, with.data(), with.size());
+        write += with.size();
+        read = hit + what.size();
+    }
+    std::wmemmove(text + write, text + read, length - read);
+    return write + (length - read);
+}
+
+std::size_t detail::CountOccurrences(std::wstring_view text, std::wstring_view what)
+{
+    std::size_t count = 0;
+    for (std::size_t hit = text.find(what); hit != kNotFound; hit = text.find(what, hit + what.size()))
+        ++count;
+    return count;
+}
+
+detail::CScratchText::CScratchText(const wchar_t* text, wchar_t drop) : m_pText(m_local), m_nLength(0)
+{
+    const std::size_t length = SafeLength(text);
+    if (length >= kLocal)
+    {
+        m_heap.reset(new wchar_t[length + 1]);
+        m_pText = m_heap.get();
+    }
+    for (std::size_t i = 0; i < length; ++i)
+    {
+        if (text[i] != drop)
+            m_pText[m_nLength++] = text[i];
+    }
+    m_pText[m_nLength] = L'\0';
+}
+
+void detail::CScratchText::Replace(const wchar_t* what, std::wstring_view with)
+{
+    const std::size_t whatLength = SafeLength(what);
+    if (whatLength == 0)
+        return;
+    m_nLength = ReplaceInPlace(m_pText, m_nLength, std::wstring_view(what, whatLength), with);
+    m_pText[m_nLength] = L'\0';
+}
 
 const unsigned int ustring::npos;
 
@@ -363,42 +575,41 @@ ustring& ustring::trim(wchar_t ch)
     return trim_left(ch).trim_right(ch);
 }
 
+// The set forms read the set in place, so the initializer-list forms need no copy of it.
 ustring& ustring::trim_left(const std::vector<wchar_t>& set)
 {
-    std::size_t count = 0;
-    while (count < size() && InSet(set, data()[count]))
-        ++count;
-    std::wstring::erase(0, count);
+    TrimSet(*this, set.data(), set.size(), true, false);
     return *this;
 }
 
 ustring& ustring::trim_right(const std::vector<wchar_t>& set)
 {
-    std::size_t keep = size();
-    while (keep > 0 && InSet(set, data()[keep - 1]))
-        --keep;
-    std::wstring::erase(keep);
+    TrimSet(*this, set.data(), set.size(), false, true);
     return *this;
 }
 
 ustring& ustring::trim(const std::vector<wchar_t>& set)
 {
-    return trim_left(set).trim_right(set);
+    TrimSet(*this, set.data(), set.size(), true, true);
+    return *this;
 }
 
 ustring& ustring::trim_left(const std::initializer_list<wchar_t>& set)
 {
-    return trim_left(std::vector<wchar_t>(set));
+    TrimSet(*this, set.begin(), set.size(), true, false);
+    return *this;
 }
 
 ustring& ustring::trim_right(const std::initializer_list<wchar_t>& set)
 {
-    return trim_right(std::vector<wchar_t>(set));
+    TrimSet(*this, set.begin(), set.size(), false, true);
+    return *this;
 }
 
 ustring& ustring::trim(const std::initializer_list<wchar_t>& set)
 {
-    return trim(std::vector<wchar_t>(set));
+    TrimSet(*this, set.begin(), set.size(), true, true);
+    return *this;
 }
 
 ustring& ustring::leaveAllowedSymbols(const wchar_t* allowed)
@@ -455,12 +666,9 @@ ustring& ustring::replace(const ustring& what, const ustring& with)
 {
     if (what.empty())
         return *this; // nothing to find; searching for "" would never advance
-    std::size_t pos = 0;
-    while ((pos = find(what, pos)) != kNotFound)
-    {
-        std::wstring::replace(pos, what.size(), with);
-        pos += with.size();
-    }
+    if (&what == this || &with == this)
+        return replace(ustring(what), ustring(with));
+    ReplaceAll(*this, what, with);
     return *this;
 }
 
@@ -468,15 +676,16 @@ ustring& ustring::replace_recursively(const ustring& what, const ustring& with)
 {
     if (what.empty())
         return *this;
+    if (&what == this || &with == this)
+        return replace_recursively(ustring(what), ustring(with));
     // A replacement that contains the searched text would grow without end: one pass only.
     if (with.find(what) != kNotFound)
         return replace(what, with);
-    std::wstring previous;
-    do
+    // Since `with` differs from `what`, a pass changes the text exactly when it finds an
+    // occurrence, so no copy is needed to see that nothing changed.
+    while (ReplaceAll(*this, what, with))
     {
-        previous = *this;
-        replace(what, with);
-    } while (static_cast<const std::wstring&>(*this) != previous);
+    }
     return *this;
 }
 
