@@ -78,11 +78,18 @@ std::size_t LoadByHand(const std::wstring& path)
     return table.size();
 }
 
+// Reads the table's size without copying the table.
+class CLanguageFileProbe : public CLanguageFile
+{
+public:
+    std::size_t Size() const { return m_Table.size(); }
+};
+
 std::size_t LoadWithLibrary(const std::wstring& path)
 {
-    CTranslator translator;
-    translator.LoadLanguageFile(path.c_str());
-    return translator.GetTable().size();
+    CLanguageFileProbe file;
+    file.LoadLanguageFile(path.c_str());
+    return file.Size();
 }
 
 } // namespace

@@ -2,7 +2,8 @@
 // doing the same work run in alternating batches within one process (which one goes first
 // alternates too, so drift and warm-up hit both alike). Each round gives one ratio, library time
 // over baseline time; a comparison reports the median ratio and its spread (the 10th and 90th
-// percentiles of the rounds).
+// percentiles of the rounds). Batches are short and each round keeps the fastest of a few, so
+// that on a shared machine the time another process takes away does not count.
 #pragma once
 
 #include <windows.h>
@@ -63,24 +64,29 @@ unsigned int Calibrate(F& f, double seconds)
     return count;
 }
 
-// Runs `rounds` rounds of one batch each of `library` and `baseline`.
+// Runs `rounds` rounds. A round times `kRepeats` batches of each side, alternating, and keeps
+// each side's fastest batch: a batch that another process interrupted is slower, never faster.
 template <class L, class B>
-Ratio Compare(L library, B baseline, unsigned int rounds = 21, double batchSeconds = 0.004)
+Ratio Compare(L library, B baseline, unsigned int rounds = 31, double batchSeconds = 0.0005)
 {
+    const unsigned int kRepeats = 5;
     const unsigned int count = Calibrate(library, batchSeconds);
     std::vector<double> ratios, libraryNs, baselineNs;
     for (unsigned int round = 0; round < rounds; ++round)
     {
-        double l = 0, b = 0;
-        if (round % 2 == 0)
+        double l = 1e30, b = 1e30;
+        for (unsigned int repeat = 0; repeat < kRepeats; ++repeat)
         {
-            l = Time(library, count);
-            b = Time(baseline, count);
-        }
-        else
-        {
-            b = Time(baseline, count);
-            l = Time(library, count);
+            if ((round + repeat) % 2 == 0)
+            {
+                l = std::min(l, Time(library, count));
+                b = std::min(b, Time(baseline, count));
+            }
+            else
+            {
+                b = std::min(b, Time(baseline, count));
+                l = std::min(l, Time(library, count));
+            }
         }
         ratios.push_back(l / b);
         libraryNs.push_back(l * 1e9 / count);

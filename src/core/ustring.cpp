@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
-#include <iterator>
 
 namespace tavrin {
 
@@ -52,103 +51,221 @@ inline int CompareUnit(wchar_t a, wchar_t b, ECaseSensitivity mode)
 // Wildcard matching.
 //
 // The result is that of a recursive definition. Text from position a against the mask from
-// position b: the literal segment up to the next star is compared code unit by code unit ('?'
-// matches any); at the star, every tail of the text from the end of the segment on is tried
-// against the rest of the mask, and when none matches, the rest of the mask is matched again
-// against the text from a. That restart, and the sign it gives a failed match, are long-standing
-// behaviour that callers' sort orders depend on, so they are kept. Taken literally the definition
-// costs time exponential in the number of stars and recursion as deep as the mask is long.
+// level t (the t-th star-free segment of the mask): the segment is compared code unit by code
+// unit ('?' matches any); at the star after it, every tail of the text from the end of the
+// segment on is tried against the rest of the mask, and when none matches, the rest of the mask
+// is matched again against the text from a. That restart, and the sign it gives a failed match,
+// are long-standing behaviour that callers' sort orders depend on, so they are kept. Taken
+// literally the definition costs time exponential in the number of stars and recursion as deep
+// as the mask is long.
 //
-// Every step of that recursion is a pair (a, b) with b at the mask's start or just after a star.
-// So the mask is evaluated one segment ("level") at a time, from the last to the first: a level's
-// result at each a depends only on the next level's results (the largest a at which it matched,
-// and its result at the same a), so two rows of results suffice. Time O(text x mask), memory
-// O(text), no recursion.
-struct MaskLevel
+// The result is 0 exactly when some path of steps from (level 0, position 0) ends in a match,
+// where a step from (t, p), whose segment matches at p with text remaining after it, goes to
+// (t + 1, q) for any q from p + length on (a tail) or for q = p (the restart). So the positions
+// reachable at each level are followed forward: they are always one interval [x, end of text]
+// plus a few single positions below x, which only restarts create. For an everyday mask that is
+// the work of an iterative matcher. A failed match's sign is the definition's own: since no step
+// could lead to a match, every star restarts, so the result is that of the first segment that
+// fails at position 0. Time O(text x mask) at worst, no recursion.
+
+// A few text positions, on the stack while they are few.
+class CPositions
 {
-    std::size_t begin;      // the segment mask[begin, end) holds no star
-    std::size_t end;        // a star, or the mask's end
-    bool last;              // no star follows
-    bool restIsStars;       // only stars from `end` on (always true for the last level)
+public:
+    std::size_t size() const { return m_nCount; }
+    std::size_t operator[](std::size_t i) const { return i < kLocal ? m_local[i] : m_heap[i - kLocal]; }
+    void clear()
+    {
+        m_nCount = 0;
+        m_heap.clear();
+    }
+    void push_back(std::size_t position)
+    {
+        if (m_nCount < kLocal)
+            m_local[m_nCount] = position;
+        else
+            m_heap.push_back(position);
+        ++m_nCount;
+    }
+    bool contains(std::size_t position) const
+    {
+        for (std::size_t i = 0; i < m_nCount; ++i)
+            if ((*this)[i] == position)
+                return true;
+        return false;
+    }
+
+private:
+    static const std::size_t kLocal = 8;
+    std::size_t m_local[kLocal];
+    std::vector<std::size_t> m_heap;
+    std::size_t m_nCount = 0;
 };
 
-const std::size_t kNoMatch = kNotFound;
-
-// Result of one level at text position a; `next` and `nextMatch` (its largest matching position,
-// or kNoMatch) describe the level after the star.
-signed char MaskLevelResult(const wchar_t* s, std::size_t n, const wchar_t* m, const MaskLevel& level, std::size_t a,
-                            ECaseSensitivity mode, const signed char* next, std::size_t nextMatch)
+// The case mode is a template argument, so that the case-sensitive loops carry no folding.
+template <ECaseSensitivity Mode>
+class CMaskMatcher
 {
-    std::size_t i = a;
-    for (std::size_t j = level.begin;; ++i, ++j)
+public:
+    CMaskMatcher(const wchar_t* s, std::size_t n, const wchar_t* m, std::size_t mn)
+        : m_s(s), m_n(n), m_m(m), m_nMask(mn)
     {
-        if (i >= n) // the text ends first: only stars may be left of the mask
-            return j == level.end && level.restIsStars ? 0 : -1;
-        if (j == level.end)
-            break;
-        if (m[j] != L'?')
+    }
+
+    int Run()
+    {
+        // A text that differs from the first segment, or a mask without a star, is decided by
+        // the first step alone; otherwise the reachable positions decide.
+        std::size_t i = 0, j = 0;
+        const int first = CompareSegment(0, 0, i, j);
+        if (first != kAtStar)
+            return first;
+        if (Matches(j))
+            return 0;
+        // No path leads to a match: each star restarts at position 0 with the next segment.
+        for (;;)
         {
-            const int diff = CompareUnit(s[i], m[j], mode);
-            if (diff != 0)
-                return static_cast<signed char>(diff);
+            const int result = CompareSegment(j + 1, 0, i, j);
+            if (result != kAtStar)
+                return result;
         }
     }
-    if (level.last)
-        return 1; // the mask ends before the text
-    // At the star: some tail from i on matches the rest, or the rest restarts at a.
-    if (nextMatch != kNoMatch && nextMatch >= i)
-        return 0;
-    return next[a];
-}
+
+private:
+    static constexpr int kAtStar = 2;
+    static constexpr std::size_t kNone = kNotFound;
+
+    int CompareAt(std::size_t i, std::size_t j) const
+    {
+        return m_m[j] == L'?' ? 0 : CompareUnit(m_s[i], m_m[j], Mode);
+    }
+
+    // Whether only stars are left of the mask from j on.
+    bool OnlyStarsFrom(std::size_t j)
+    {
+        if (m_nLastLiteral == kNone)
+        {
+            m_nLastLiteral = m_nMask;
+            while (m_nLastLiteral > 0 && m_m[m_nLastLiteral - 1] == L'*')
+                --m_nLastLiteral;
+        }
+        return m_nLastLiteral <= j;
+    }
+
+    // The segment from mask position `begin` against the text at a: the step's result, or
+    // kAtStar when it matched and reached a star with text remaining. `i` and `j` end where the
+    // comparison stopped (text and mask).
+    int CompareSegment(std::size_t begin, std::size_t a, std::size_t& i, std::size_t& j)
+    {
+        for (i = a, j = begin;; ++i, ++j)
+        {
+            const bool segmentEnd = j == m_nMask || m_m[j] == L'*';
+            if (i >= m_n) // the text ends first: only stars may be left of the mask
+                return segmentEnd && OnlyStarsFrom(j) ? 0 : -1;
+            if (segmentEnd) // the mask ends before the text, or a star
+                return j == m_nMask ? 1 : kAtStar;
+            if (const int diff = CompareAt(i, j))
+                return diff;
+        }
+    }
+
+    // mask[begin, end) equals the text at a (which has room for it).
+    bool SegmentMatches(std::size_t begin, std::size_t end, std::size_t a) const
+    {
+        for (std::size_t j = begin; j < end; ++j, ++a)
+            if (CompareAt(a, j) != 0)
+                return false;
+        return true;
+    }
+
+    // The first position from `from` on at which the segment matches with text remaining after
+    // it, or kNone. Most positions fail on the segment's first code unit, tested on its own first.
+    std::size_t FindSegment(std::size_t begin, std::size_t end, std::size_t from) const
+    {
+        const std::size_t length = end - begin;
+        if (length == 0)
+            return from < m_n ? from : kNone;
+        const wchar_t first = m_m[begin];
+        const wchar_t folded = Fold(first, Mode);
+        for (std::size_t p = from; p + length < m_n; ++p)
+        {
+            if ((first == L'?' || Fold(m_s[p], Mode) == folded) && SegmentMatches(begin, end, p))
+                return p;
+        }
+        return kNone;
+    }
+
+    // Whether a path of steps leads from level 0 at position 0 to a match. The level from mask
+    // position `star` + 1 on is reached at position 0 (the first segment matched there).
+    bool Matches(std::size_t star)
+    {
+        // Reachable positions of the current level: [x, end of text] and the single `points`
+        // below x. Level 0 matched at 0 with text remaining, so level 1 is reached at 0 (the
+        // restart) and from level 0's length on.
+        std::size_t x = star;
+        CPositions points, next;
+        if (x > 0)
+            points.push_back(0);
+        for (std::size_t begin = star + 1;;)
+        {
+            const std::size_t end = static_cast<std::size_t>(std::find(m_m + begin, m_m + m_nMask, L'*') - m_m);
+            const std::size_t length = end - begin;
+            const bool last = end == m_nMask;
+            // A match: the segment ends the text, and only stars follow it.
+            if (m_n >= length)
+            {
+                const std::size_t p = m_n - length;
+                if ((last || OnlyStarsFrom(end)) && (p >= x || points.contains(p)) && SegmentMatches(begin, end, p))
+                    return true;
+            }
+            if (last)
+                return false;
+            // Steps to the next level: from every position at which the segment matches with
+            // text remaining, to that position (restart) and to every one from its end on.
+            next.clear();
+            std::size_t nextX = kNone;
+            for (std::size_t k = 0; k < points.size(); ++k)
+            {
+                const std::size_t p = points[k];
+                if (p + length < m_n && SegmentMatches(begin, end, p))
+                {
+                    next.push_back(p);
+                    nextX = std::min(nextX, p + length);
+                }
+            }
+            const std::size_t v = FindSegment(begin, end, x);
+            if (v != kNone)
+            {
+                nextX = std::min(nextX, v + length);
+                // Positions of the interval where the segment matches below the new interval's
+                // start stay single positions.
+                for (std::size_t w = v; w < nextX; ++w)
+                    if (w == v || (w + length < m_n && SegmentMatches(begin, end, w)))
+                        next.push_back(w);
+            }
+            if (nextX == kNone)
+                return false;
+            points.clear();
+            for (std::size_t k = 0; k < next.size(); ++k)
+                if (next[k] < nextX)
+                    points.push_back(next[k]);
+            x = nextX;
+            begin = end + 1;
+        }
+    }
+
+    const wchar_t* m_s;
+    std::size_t m_n;
+    const wchar_t* m_m;
+    std::size_t m_nMask;
+    std::size_t m_nLastLiteral = kNone;
+};
 
 int MatchMask(const wchar_t* s, std::size_t n, const wchar_t* m, std::size_t mn, ECaseSensitivity mode)
 {
-    const wchar_t* const star = std::find(std::make_reverse_iterator(m + mn), std::make_reverse_iterator(m), L'*').base();
-    if (star == m) // no star: one literal comparison
-        return MaskLevelResult(s, n, m, MaskLevel{0, mn, true, true}, 0, mode, nullptr, kNoMatch);
-
-    // The last code unit that is not a star: before it, "only stars left" is false.
-    std::size_t lastLiteral = mn;
-    while (lastLiteral > 0 && m[lastLiteral - 1] == L'*')
-        --lastLiteral;
-
-    // Two rows of n + 1 results; short texts (file names) keep them on the stack.
-    const std::size_t row = n + 1;
-    signed char local[2 * 128];
-    std::vector<signed char> heap;
-    signed char* rows = local;
-    if (row > sizeof(local) / 2)
-    {
-        heap.resize(2 * row);
-        rows = heap.data();
-    }
-    signed char* current = rows;
-    signed char* next = rows + row;
-    std::size_t nextMatch = kNoMatch;
-
-    MaskLevel level{static_cast<std::size_t>(star - m), mn, true, true};
-    for (;;)
-    {
-        std::size_t match = kNoMatch;
-        for (std::size_t a = 0; a < row; ++a)
-        {
-            current[a] = MaskLevelResult(s, n, m, level, a, mode, next, nextMatch);
-            if (current[a] == 0)
-                match = a;
-        }
-        std::swap(current, next);
-        nextMatch = match;
-
-        // The level before the star at begin - 1.
-        level.end = level.begin - 1;
-        level.last = false;
-        level.restIsStars = lastLiteral <= level.end;
-        level.begin = level.end;
-        while (level.begin > 0 && m[level.begin - 1] != L'*')
-            --level.begin;
-        if (level.begin == 0) // the mask's first segment: only position 0 is asked for
-            return MaskLevelResult(s, n, m, level, 0, mode, next, nextMatch);
-    }
+    if (mode == CaseSensitive)
+        return CMaskMatcher<CaseSensitive>(s, n, m, mn).Run();
+    return CMaskMatcher<CaseInsensitive>(s, n, m, mn).Run();
 }
 
 inline bool InSet(const wchar_t* set, std::size_t count, wchar_t ch)
@@ -240,7 +357,9 @@ unsigned int SplitBySeparator(const ustring& text, const wchar_t* separator, std
     std::size_t pos = 0;
     while (pos < length)
     {
-        const std::size_t hit = separatorLength ? text.find(separator, pos, separatorLength) : kNotFound;
+        const std::size_t hit = separatorLength == 1 ? text.find(*separator, pos)
+                                : separatorLength ? text.find(separator, pos, separatorLength)
+                                                  : kNotFound;
         if (hit == kNotFound)
         {
             writer.Add(data + pos, length - pos);

@@ -186,8 +186,8 @@ TEST(UstringMaskProperty, SeededRandomCasesMatchTheDefinition)
 
 TEST(UstringMaskProperty, LongerTextsMatchTheMemoisedDefinition)
 {
-    // Texts on both sides of 127 code units (where the matcher's working rows leave the stack),
-    // built from a few pieces so that masks built from the same pieces often match, or nearly.
+    // Texts of 40 to 320 code units, built from a few pieces so that masks built from the same
+    // pieces often match, or nearly.
     const std::vector<std::wstring> pieces{L"ab", L"b", L"Ab", L"a", L"ba", L"x"};
     const std::vector<std::wstring> maskPieces{L"*", L"*", L"a", L"b", L"?", L"ab", L"A", L"*b", L"x"};
     std::mt19937 random(77u);
@@ -251,5 +251,17 @@ TEST(UstringMaskPathological, LongMasksAgainstTheMemoisedDefinition)
         checker.Check(text, mask, CaseSensitive, true);
         checker.Check(text, mask, CaseInsensitive, true);
     }
-    EXPECT_EQ(checker.Cases(), 16u);
+    // Long runs of one letter: a segment matches at many neighbouring positions, each of which
+    // can start the next segment over again.
+    const std::wstring run = std::wstring(60, L'a') + L"b" + std::wstring(30, L'a');
+    for (const std::wstring& mask : {L"*" + std::wstring(20, L'a') + L"*" + std::wstring(20, L'a') + L"*b*",
+                                     std::wstring(20, L'a') + L"*" + std::wstring(25, L'a') + L"b" + std::wstring(30, L'a'),
+                                     L"a*" + std::wstring(12, L'a') + L"*" + std::wstring(12, L'?') + L"*" +
+                                         std::wstring(31, L'a'),
+                                     L"*" + std::wstring(10, L'a') + L"*" + std::wstring(10, L'a') + L"*c"})
+    {
+        checker.Check(run, mask, CaseSensitive, true);
+        checker.Check(run, mask, CaseInsensitive, true);
+    }
+    EXPECT_EQ(checker.Cases(), 24u);
 }
