@@ -21,53 +21,36 @@ namespace {
 const unsigned int kLines = 100000;
 const unsigned int kRounds = 20;
 
-// Standard output and error redirected into two files while the object lives, as when a
-// program's output is redirected; the original streams come back, in narrow text mode.
-class CRedirect
+// Points a standard descriptor and its standard handle at a new file, as when a program's output
+// is redirected; returns a duplicate of what the descriptor pointed at.
+int RedirectToFile(int fd, const std::wstring& path)
 {
-public:
-    CRedirect()
-    {
-        wchar_t folder[MAX_PATH] = {};
-        ::GetTempPathW(MAX_PATH, folder);
-        const std::wstring stem = std::wstring(folder) + L"tavrin_bench_console_" + std::to_wstring(::GetCurrentProcessId());
-        m_strOut = stem + L"_out.txt";
-        m_strErr = stem + L"_err.txt";
-        std::fflush(stdout);
-        std::fflush(stderr);
-        m_nSavedOut = ::_dup(1);
-        m_nSavedErr = ::_dup(2);
-        Attach(m_strOut, 1);
-        Attach(m_strErr, 2);
-    }
+    std::fflush(fd == 1 ? stdout : stderr);
+    const int saved = ::_dup(fd);
+    const int file = ::_wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, 0600);
+    ::_dup2(file, fd);
+    ::_close(file);
+    ::SetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE, reinterpret_cast<HANDLE>(::_get_osfhandle(fd)));
+    return saved;
+}
 
-    ~CRedirect()
-    {
-        std::fflush(stdout);
-        std::fflush(stderr);
-        for (int fd : {1, 2})
-            ::_setmode(fd, _O_TEXT);
-        ::_dup2(m_nSavedOut, 1);
-        ::_dup2(m_nSavedErr, 2);
-        ::_close(m_nSavedOut);
-        ::_close(m_nSavedErr);
-        for (int fd : {1, 2})
-            ::_setmode(fd, _O_TEXT);
-        ::DeleteFileW(m_strOut.c_str());
-        ::DeleteFileW(m_strErr.c_str());
-    }
+// Points the descriptor back, in the narrow text mode the rest of the program prints in.
+void RestoreFrom(int fd, int saved)
+{
+    std::fflush(fd == 1 ? stdout : stderr);
+    ::_setmode(fd, _O_TEXT);
+    ::_dup2(saved, fd);
+    ::_close(saved);
+    ::_setmode(fd, _O_TEXT);
+    ::SetStdHandle(fd == 1 ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE, reinterpret_cast<HANDLE>(::_get_osfhandle(fd)));
+}
 
-private:
-    static void Attach(const std::wstring& path, int fd)
-    {
-        const int file = ::_wopen(path.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, 0600);
-        ::_dup2(file, fd);
-        ::_close(file);
-    }
-
-    std::wstring m_strOut, m_strErr;
-    int m_nSavedOut = -1, m_nSavedErr = -1;
-};
+std::wstring TempFile(const wchar_t* name)
+{
+    wchar_t folder[MAX_PATH] = {};
+    ::GetTempPathW(MAX_PATH, folder);
+    return std::wstring(folder) + L"tavrin_bench_console_" + std::to_wstring(::GetCurrentProcessId()) + name;
+}
 
 } // namespace
 
@@ -75,8 +58,10 @@ int main()
 {
     std::vector<double> ratios, libraryNs, baselineNs;
     std::size_t captured = 0, markdown = 0;
+    const std::wstring outFile = TempFile(L"_out.txt"), errFile = TempFile(L"_err.txt");
+    const int savedOut = RedirectToFile(1, outFile);
+    const int savedErr = RedirectToFile(2, errFile);
     {
-        const CRedirect redirect;
         ustring capture, markdownText;
         CConsole console(false, capture, markdownText);
         // The sequence the console writes for its default font on a redirected stream.
@@ -125,6 +110,10 @@ int main()
             markdownText.clear();
         }
     }
+    RestoreFrom(1, savedOut);
+    RestoreFrom(2, savedErr);
+    ::DeleteFileW(outFile.c_str());
+    ::DeleteFileW(errFile.c_str());
     bench::Ratio r;
     r.median = bench::Percentile(ratios, 0.5);
     r.low = bench::Percentile(ratios, 0.1);

@@ -144,6 +144,16 @@ std::wstring Repeat(const std::wstring& piece, std::size_t count)
     return out;
 }
 
+// `count` pieces chosen by `pick`, one after the other.
+template <class Pick>
+std::wstring Build(std::size_t count, Pick pick)
+{
+    std::wstring out;
+    for (; count > 0; --count)
+        out += pick();
+    return out;
+}
+
 } // namespace
 
 TEST(UstringMaskProperty, EverySmallCaseMatchesTheDefinition)
@@ -173,11 +183,8 @@ TEST(UstringMaskProperty, SeededRandomCasesMatchTheDefinition)
     CMaskChecker checker;
     for (unsigned int n = 0; n < 100000; ++n)
     {
-        std::wstring text, mask;
-        for (std::size_t i = textLength(random); i > 0; --i)
-            text += textAlphabet[textUnit(random)];
-        for (std::size_t i = maskLength(random); i > 0; --i)
-            mask += maskAlphabet[maskUnit(random)];
+        const std::wstring text = Build(textLength(random), [&] { return textAlphabet[textUnit(random)]; });
+        const std::wstring mask = Build(maskLength(random), [&] { return maskAlphabet[maskUnit(random)]; });
         checker.Check(text, mask, CaseSensitive);
         checker.Check(text, mask, CaseInsensitive);
     }
@@ -199,11 +206,8 @@ TEST(UstringMaskProperty, LongerTextsMatchTheMemoisedDefinition)
     CMaskChecker checker;
     for (unsigned int n = 0; n < 300; ++n)
     {
-        std::wstring text, mask;
-        for (std::size_t i = textPieces(random); i > 0; --i)
-            text += pieces[piece(random)];
-        for (std::size_t i = maskPieceCount(random); i > 0; --i)
-            mask += maskPieces[maskPiece(random)];
+        const std::wstring text = Build(textPieces(random), [&] { return pieces[piece(random)]; });
+        const std::wstring mask = Build(maskPieceCount(random), [&] { return maskPieces[maskPiece(random)]; });
         checker.Check(text, mask, n % 2 ? CaseInsensitive : CaseSensitive, true);
         // The text's own tail as the mask's end makes a match after the stars likely.
         checker.Check(text, mask + text.substr(text.size() - 3), CaseSensitive, true);
