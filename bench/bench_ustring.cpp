@@ -280,11 +280,11 @@ int main()
         [&] { ustring::Bin2Hex(bytes, hexOut); g_sink = g_sink + hexOut.size(); },
         [&] {
             static const wchar_t digits[] = L"0123456789ABCDEF";
-            hexOutByHand.clear();
-            for (unsigned char b : bytes)
+            hexOutByHand.resize(bytes.size() * 2);
+            for (std::size_t i = 0; i < bytes.size(); ++i)
             {
-                hexOutByHand.push_back(digits[b >> 4]);
-                hexOutByHand.push_back(digits[b & 15]);
+                hexOutByHand[2 * i] = digits[bytes[i] >> 4];
+                hexOutByHand[2 * i + 1] = digits[bytes[i] & 15];
             }
             g_sink = g_sink + hexOutByHand.size();
         }), 1.5);

@@ -26,9 +26,10 @@ constexpr std::size_t kNotFound = std::wstring::npos;
 // fraction is padded with zeros (a double carries about 17 significant digits anyway).
 constexpr int kMaxFcvtDigits = 48;
 
-// Formatted text above this many code units is refused (vsprintf gives empty text): it bounds
-// the buffer that a runaway width or precision could demand.
-constexpr std::size_t kMaxFormattedLength = std::size_t(1) << 24;
+// Formatted text above this many code units is refused (vsprintf gives empty text). It bounds
+// the buffer that a runaway width or precision could demand, and the time spent finding out:
+// the runtime fills each buffer it is given before it reports that the text does not fit.
+constexpr std::size_t kMaxFormattedLength = std::size_t(1) << 22;
 // First formatting attempt, on the stack: nearly every text fits.
 constexpr std::size_t kFirstFormatBuffer = 1024;
 

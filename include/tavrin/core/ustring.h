@@ -239,7 +239,7 @@ public:
     // ---------------------------------------------------------- formatted printing
     // Microsoft C runtime wide printf formats: "%ls" for wide strings, "%I64u"/"%I64X" for
     // 64-bit integers. Empty text for a null format, a format the runtime rejects, and a text
-    // longer than 16,777,216 code units (1 << 24; a runaway width or precision such as
+    // longer than 4,194,304 code units (1 << 22; a runaway width or precision such as
     // "%999999999d" would otherwise demand gigabytes). The result has no spare capacity beyond
     // what self already had. An argument may point into self.
     ustring& sprintf(const wchar_t* format, ...);
