@@ -77,33 +77,30 @@ const DialogButton kButtonContinue = {IDCONTINUE, 0, L"Continue"};
 const DialogButton kButtonHelp = {IDHELP, 0, L"Help"};
 
 // The buttons of a message-box type, in order (MB_OK when the type is unknown).
-std::vector<DialogButton> ButtonsOf(unsigned int type)
+std::vector<DialogButton> ButtonsOfType(unsigned int type)
 {
-    std::vector<DialogButton> buttons;
     switch (type & MB_TYPEMASK)
     {
     case MB_OKCANCEL:
-        buttons = {kButtonOk, kButtonCancel};
-        break;
+        return {kButtonOk, kButtonCancel};
     case MB_ABORTRETRYIGNORE:
-        buttons = {kButtonAbort, kButtonRetry, kButtonIgnore};
-        break;
+        return {kButtonAbort, kButtonRetry, kButtonIgnore};
     case MB_YESNOCANCEL:
-        buttons = {kButtonYes, kButtonNo, kButtonCancel};
-        break;
+        return {kButtonYes, kButtonNo, kButtonCancel};
     case MB_YESNO:
-        buttons = {kButtonYes, kButtonNo};
-        break;
+        return {kButtonYes, kButtonNo};
     case MB_RETRYCANCEL:
-        buttons = {kButtonRetry, kButtonCancel};
-        break;
+        return {kButtonRetry, kButtonCancel};
     case MB_CANCELTRYCONTINUE:
-        buttons = {kButtonCancel, kButtonTryAgain, kButtonContinue};
-        break;
+        return {kButtonCancel, kButtonTryAgain, kButtonContinue};
     default:
-        buttons = {kButtonOk};
-        break;
+        return {kButtonOk};
     }
+}
+
+std::vector<DialogButton> ButtonsOf(unsigned int type)
+{
+    std::vector<DialogButton> buttons = ButtonsOfType(type);
     if (type & MB_HELP)
         buttons.push_back(kButtonHelp);
     return buttons;

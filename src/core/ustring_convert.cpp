@@ -2,11 +2,12 @@
 // formatted printing and percent escapes.
 #include <tavrin/core/ustring.h>
 
+#include "core/ustring_internal.h"
+
 #include <objbase.h>
 
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <cstdlib>
 #include <cwchar>
 #include <cwctype>
@@ -25,34 +26,141 @@ constexpr std::size_t kNotFound = std::wstring::npos;
 // fraction is padded with zeros (a double carries about 17 significant digits anyway).
 constexpr int kMaxFcvtDigits = 48;
 
+// Formatted text above this many code units is refused (vsprintf gives empty text). It bounds
+// the buffer that a runaway width or precision could demand, and the time spent finding out:
+// the runtime fills each buffer it is given before it reports that the text does not fit.
+constexpr std::size_t kMaxFormattedLength = std::size_t(1) << 22;
+// First formatting attempt, on the stack: nearly every text fits.
+constexpr std::size_t kFirstFormatBuffer = 1024;
+
+const wchar_t kUpperHexDigits[] = L"0123456789ABCDEF";
+
 // The one "%" escape of a code unit: "%" and at least two upper-case hexadecimal digits.
 ustring PercentEscape(wchar_t ch)
 {
     return ustring::sprintf_stc(L"%%%02X", static_cast<unsigned int>(ch));
 }
 
-// Removes every occurrence of `what` (nothing when it is empty or null).
-void RemoveAll(ustring& text, const wchar_t* what)
+// The cleaning of the integer parsers: spaces, then the literal text "0xA0", then the locale's
+// thousands separator go (in that order: each removal sees the result of the one before). The
+// "0xA0" removal also strips that text from hexadecimal input; it is long-standing behaviour
+// that stored settings depend on.
+struct CCleanInteger : detail::CScratchText
 {
-    if (what && *what)
-        text.replace(what, L"");
-}
-
-// The cleaning shared by the integer parsers: spaces, the literal text "0xA0" and the locale's
-// thousands separator go. The "0xA0" removal also strips that text from hexadecimal input; it
-// is long-standing behaviour that stored settings depend on.
-ustring CleanInteger(const wchar_t* text)
-{
-    ustring clean(text);
-    RemoveAll(clean, L" ");
-    RemoveAll(clean, L"0xA0");
-    RemoveAll(clean, ustring::m_Locale.ThousandsSep());
-    return clean;
-}
+    explicit CCleanInteger(const wchar_t* text) : CScratchText(text, L' ')
+    {
+        Replace(L"0xA0", {});
+        Replace(ustring::m_Locale.ThousandsSep(), {});
+    }
+};
 
 inline bool IsHexSeparator(wchar_t ch)
 {
     return ch == L' ' || ch == L'\r' || ch == L'\n' || ch == L'\t';
+}
+
+// Value of a hexadecimal digit, or -1. The digits are those that iswxdigit reports: the ASCII
+// ones and their full-width forms (U+FF10-FF19, U+FF21-FF26, U+FF41-FF46), which stand for the
+// same values.
+inline int HexDigitValue(wchar_t ch)
+{
+    if (ch >= 0xFF10)
+    {
+        if (ch > 0xFF46)
+            return -1;
+        ch = static_cast<wchar_t>(ch - 0xFF10 + L'0'); // full-width to ASCII
+    }
+    if (ch >= L'0' && ch <= L'9')
+        return ch - L'0';
+    if (ch >= L'A' && ch <= L'F')
+        return ch - L'A' + 10;
+    if (ch >= L'a' && ch <= L'f')
+        return ch - L'a' + 10;
+    return -1;
+}
+
+// Decimal digits of `value`, at least `minDigits` of them, written backwards so that they end
+// just before `end`; returns where they begin.
+wchar_t* WriteDecimalBackwards(wchar_t* end, unsigned __int64 value, std::size_t minDigits)
+{
+    wchar_t* p = end;
+    do
+    {
+        *--p = static_cast<wchar_t>(L'0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    while (static_cast<std::size_t>(end - p) < minDigits)
+        *--p = L'0';
+    return p;
+}
+
+inline std::size_t DecimalDigits(unsigned __int64 value)
+{
+    std::size_t digits = 1;
+    while (value >= 10)
+    {
+        value /= 10;
+        ++digits;
+    }
+    return digits;
+}
+
+// The grouped decimal text of ui64toa into `out`, with room for `extra` more code units (a sign).
+// The value is cut into groups from the low end; every group but the first is written as the
+// separator and at least three digits, whatever the group size (saved texts rely on that).
+void FormatGroupedDecimal(ustring& out, unsigned __int64 value, std::size_t extra)
+{
+    static const unsigned __int64 powers[20] = {1ull, 10ull, 100ull, 1000ull, 10000ull, 100000ull, 1000000ull,
+                                                10000000ull, 100000000ull, 1000000000ull, 10000000000ull,
+                                                100000000000ull, 1000000000000ull, 10000000000000ull,
+                                                100000000000000ull, 1000000000000000ull, 10000000000000000ull,
+                                                100000000000000000ull, 1000000000000000000ull,
+                                                10000000000000000000ull};
+    const int group = ustring::m_Locale.Grouping();
+    const wchar_t* const separator = ustring::m_Locale.ThousandsSep();
+    const std::size_t separatorLength = std::wcslen(separator);
+
+    // Group sizes that do not fit a 64-bit divisor (or make no sense) mean "no grouping".
+    unsigned __int64 groups[20]; // least significant first; at most 20 groups of one digit
+    std::size_t count = 0;
+    std::size_t length = 0;
+    do
+    {
+        unsigned __int64 quotient = 0;
+        unsigned __int64 remainder = value;
+        if (group > 0 && group < 20)
+        {
+            quotient = value / powers[group];
+            remainder = value % powers[group];
+        }
+        groups[count++] = remainder;
+        length += quotient == 0 ? DecimalDigits(remainder) : separatorLength + std::max<std::size_t>(3, DecimalDigits(remainder));
+        value = quotient;
+    } while (value != 0);
+
+    out.clear();
+    out.reserve(length + extra);
+    out.resize(length);
+    wchar_t* p = &out[0] + length;
+    for (std::size_t i = 0; i + 1 < count; ++i)
+    {
+        p = WriteDecimalBackwards(p, groups[i], 3);
+        p -= separatorLength;
+        std::wmemcpy(p, separator, separatorLength);
+    }
+    WriteDecimalBackwards(p, groups[count - 1], 1);
+}
+
+// One formatting attempt into `buffer`; negative when the text does not fit (or the runtime
+// rejects the format).
+int FormatInto(wchar_t* buffer, std::size_t size, const wchar_t* format, va_list args)
+{
+    va_list attempt;
+    va_copy(attempt, args);
+    // The C runtime's legacy _vsnwprintf returns a negative count when the buffer is too small.
+    const int written = ::_vsnwprintf(buffer, size, format, attempt);
+    va_end(attempt);
+    return written;
 }
 
 } // namespace
@@ -140,27 +248,20 @@ ustring ustring::fcvt(double value, int digits, bool trimZeros)
 
 ustring ustring::ui64toa(unsigned __int64 value, bool hex)
 {
-    if (hex)
-        return sprintf_stc(L"%I64X", value);
     ustring text;
-    do
+    if (hex)
     {
-        const int group = m_Locale.Grouping();
-        unsigned __int64 quotient = 0;
-        unsigned __int64 remainder = value;
-        // Group sizes that do not fit a 64-bit divisor (or make no sense) mean "no grouping".
-        if (group > 0 && group < 20)
+        wchar_t digits[16];
+        wchar_t* p = digits + 16;
+        do
         {
-            const auto divisor = static_cast<unsigned __int64>(std::pow(10.0, group));
-            quotient = value / divisor;
-            remainder = value % divisor;
-        }
-        // The padding is three digits whatever the group size; saved texts rely on it.
-        const ustring piece = quotient == 0 ? sprintf_stc(L"%I64u", remainder)
-                                            : sprintf_stc(L"%ls%03I64u", m_Locale.ThousandsSep(), remainder);
-        text.insert(0, piece);
-        value = quotient;
-    } while (value != 0);
+            *--p = kUpperHexDigits[value & 0x0F];
+            value >>= 4;
+        } while (value != 0);
+        text.assign(p, digits + 16);
+        return text;
+    }
+    FormatGroupedDecimal(text, value, 0);
     return text;
 }
 
@@ -169,19 +270,21 @@ ustring ustring::i64toa(__int64 value)
     if (value >= 0)
         return ui64toa(static_cast<unsigned __int64>(value), false);
     // Two's-complement negation in unsigned arithmetic, so INT64_MIN keeps its true magnitude.
-    ustring text = ui64toa(0ull - static_cast<unsigned __int64>(value), false);
-    text.add_sign(m_Locale.NegNumber(), m_Locale.NegativeSign());
+    const wchar_t* const sign = m_Locale.NegativeSign();
+    ustring text;
+    FormatGroupedDecimal(text, 0ull - static_cast<unsigned __int64>(value), std::wcslen(sign) + 2);
+    text.add_sign(m_Locale.NegNumber(), sign);
     return text;
 }
 
 __int64 ustring::atoi64(const wchar_t* text, int radix)
 {
-    return ::_wcstoi64(CleanInteger(text).c_str(), nullptr, radix);
+    return ::_wcstoi64(CCleanInteger(text).c_str(), nullptr, radix);
 }
 
 unsigned __int64 ustring::atoui64(const wchar_t* text, int radix)
 {
-    return ::_wcstoui64(CleanInteger(text).c_str(), nullptr, radix);
+    return ::_wcstoui64(CCleanInteger(text).c_str(), nullptr, radix);
 }
 
 double ustring::strtod(const wchar_t* text)
@@ -192,12 +295,10 @@ double ustring::strtod(const wchar_t* text)
 
 double ustring::strtod(const wchar_t* text, bool& trailing)
 {
-    ustring clean(text);
-    RemoveAll(clean, L" ");
-    RemoveAll(clean, m_Locale.ThousandsSep());
-    const wchar_t* const point = m_Locale.DecimalPoint();
-    if (point && *point)
-        clean.replace(point, L".");
+    // Spaces, then thousands separators go, then the locale's decimal point becomes ".".
+    detail::CScratchText clean(text, L' ');
+    clean.Replace(m_Locale.ThousandsSep(), {});
+    clean.Replace(m_Locale.DecimalPoint(), L".");
     wchar_t* end = nullptr;
     const double value = ::wcstod(clean.c_str(), &end);
     trailing = end != nullptr && *end != L'\0';
@@ -241,36 +342,34 @@ ustring ustring::BytesToStr(unsigned __int64 bytes, int digits, ustring& unit)
 
 void ustring::Bin2Hex(const std::vector<unsigned char>& bytes, ustring& out)
 {
-    static const wchar_t digits[] = L"0123456789ABCDEF";
-    std::wstring text;
-    text.reserve(bytes.size() * 2);
+    // Written into `out`'s own storage, which a caller that converts repeatedly reuses.
+    out.resize(bytes.size() * 2);
+    wchar_t* p = &out[0];
     for (const unsigned char byte : bytes)
     {
-        text.push_back(digits[byte >> 4]);
-        text.push_back(digits[byte & 0x0F]);
+        *p++ = kUpperHexDigits[byte >> 4];
+        *p++ = kUpperHexDigits[byte & 0x0F];
     }
-    out = std::move(text);
 }
 
 bool ustring::Hex2Bin(const ustring& text, std::vector<unsigned char>& out)
 {
     out.clear();
-    wchar_t pair[3] = {L'\0', L'\0', L'\0'};
-    bool pending = false;
+    out.reserve(text.size() / 2);
+    int high = -1; // the pending first digit of a pair
     for (const wchar_t ch : static_cast<const std::wstring&>(text))
     {
-        if (::iswxdigit(ch))
+        const int digit = HexDigitValue(ch);
+        if (digit >= 0)
         {
-            if (!pending)
+            if (high < 0)
             {
-                pair[0] = ch;
-                pending = true;
+                high = digit;
             }
             else
             {
-                pair[1] = ch;
-                out.push_back(static_cast<unsigned char>(std::wcstoul(pair, nullptr, 16)));
-                pending = false;
+                out.push_back(static_cast<unsigned char>(high * 16 + digit));
+                high = -1;
             }
         }
         else if (!IsHexSeparator(ch))
@@ -434,36 +533,30 @@ ustring& ustring::vsprintf(const wchar_t* format, va_list args)
         clear();
         return *this;
     }
-    // Formatted into a separate buffer so that an argument may point into self.
-    std::wstring buffer(1024, L'\0');
-    for (;;)
+    // Formatted aside so that an argument may point into self, and copied at its exact length,
+    // so the text keeps no spare room. Most texts fit the first buffer on the stack; a longer one
+    // is retried in doubled buffers. The runtime's own length count is not asked for: for some
+    // formats it takes seconds and disagrees with the formatting itself. Instead the doubling
+    // ends at kMaxFormattedLength: a format that does not fit by then (or that the runtime
+    // rejects at every size) gives empty text.
+    wchar_t first[kFirstFormatBuffer];
+    int written = FormatInto(first, kFirstFormatBuffer, format, args);
+    if (written >= 0)
     {
-        va_list attempt;
-        va_copy(attempt, args);
-        // The C runtime's legacy _vsnwprintf returns a negative count when the buffer is too
-        // small (it does not report the needed size).
-        const int written = ::_vsnwprintf(&buffer[0], buffer.size(), format, attempt);
-        va_end(attempt);
+        std::wstring::assign(first, static_cast<std::size_t>(written));
+        return *this;
+    }
+    for (std::size_t size = 2 * kFirstFormatBuffer; size <= kMaxFormattedLength; size *= 2)
+    {
+        const std::unique_ptr<wchar_t[]> buffer(new wchar_t[size]);
+        written = FormatInto(buffer.get(), size, format, args);
         if (written >= 0)
         {
-            buffer.resize(static_cast<std::size_t>(written));
-            break;
+            std::wstring::assign(buffer.get(), static_cast<std::size_t>(written));
+            return *this;
         }
-        // A negative count also means a malformed format; growing would never end then.
-        va_copy(attempt, args);
-        const int needed = ::_vscwprintf(format, attempt);
-        va_end(attempt);
-        if (needed < 0)
-        {
-            buffer.clear();
-            break;
-        }
-        std::size_t size = buffer.size() * 2;
-        while (size <= static_cast<std::size_t>(needed))
-            size *= 2;
-        buffer.assign(size, L'\0');
     }
-    std::wstring::swap(buffer);
+    clear();
     return *this;
 }
 

@@ -4,6 +4,7 @@
 #include <tavrin/core/exception.h>
 #include <tavrin/core/file.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace tavrin {
@@ -29,6 +30,22 @@ ustring EscapeLine(const ustring& text)
             escaped += ch;
     }
     return escaped;
+}
+
+// The text of a bracketed line: "\\r" and "\\n" (backslash and letter) stand for a carriage
+// return and a line feed; every other backslash is itself.
+ustring UnescapeLine(const wchar_t* begin, const wchar_t* end)
+{
+    ustring line;
+    line.reserve(static_cast<size_t>(end - begin));
+    for (const wchar_t* p = begin; p < end; ++p)
+    {
+        if (*p == L'\\' && p + 1 < end && (p[1] == L'r' || p[1] == L'n'))
+            line.push_back(*++p == L'r' ? L'\r' : L'\n');
+        else
+            line.push_back(*p);
+    }
+    return line;
 }
 
 // Holds a slim reader/writer lock exclusively for the scope.
@@ -76,54 +93,56 @@ void CLanguageFile::SaveLanguageFile(const wchar_t* path)
 void CLanguageFile::LoadLanguageFile(CFile& file)
 {
     file.Seek(0, FILE_BEGIN);
-    if (file.GetLength() < 2)
+    const unsigned __int64 length = file.GetLength();
+    if (length < 2)
         throw CWinException(__LINE__, TAVRIN_WFILE, kLoadFunction, ERROR_INVALID_DATA);
 
+    // Chunks land directly in one buffer sized for the whole file.
     std::vector<unsigned char> bytes;
-    unsigned char chunk[kChunkSize];
+    if (length < 0x7FFFFFFF)
+        bytes.reserve(static_cast<size_t>(length) + kChunkSize);
     for (;;)
     {
+        const size_t at = bytes.size();
+        bytes.resize(at + kChunkSize);
         unsigned int read = 0;
-        file.Read(chunk, kChunkSize, read, nullptr);
-        if (bytes.empty() && (read < 2 || chunk[0] != 0xFF || chunk[1] != 0xFE))
+        file.Read(&bytes[at], kChunkSize, read, nullptr);
+        bytes.resize(at + read);
+        if (at == 0 && (read < 2 || bytes[0] != 0xFF || bytes[1] != 0xFE))
             throw CWinException(__LINE__, TAVRIN_WFILE, kLoadFunction, ERROR_INVALID_DATA);
-        bytes.insert(bytes.end(), chunk, chunk + read);
         if (read < kChunkSize)
             break;
     }
 
     // UTF-16LE after the mark; a trailing odd byte is no code unit.
-    ustring text;
-    text.reserve(bytes.size() / 2);
-    for (size_t i = 2; i + 1 < bytes.size(); i += 2)
-        text += static_cast<wchar_t>(bytes[i] | (bytes[i + 1] << 8));
+    std::wstring text((bytes.size() - 2) / 2, L'\0');
+    for (size_t i = 0; i < text.size(); ++i)
+        text[i] = static_cast<wchar_t>(bytes[2 + 2 * i] | (bytes[3 + 2 * i] << 8));
+    std::vector<unsigned char>().swap(bytes);
 
-    text.replace(ustring(L"\r\n"), ustring(L"\n"));
+    // "\r\n", a lone "\n" and a lone "\r" all end a line; empty lines are no lines. Every line
+    // must be well-formed before any of them reaches the table. The brackets are the first and
+    // the last code unit and never part of an escape, so they are checked before unescaping.
     std::vector<ustring> lines;
-    size_t start = 0;
-    while (start <= text.size())
+    const wchar_t* p = text.data();
+    const wchar_t* const end = p + text.size();
+    while (p < end)
     {
-        size_t end = text.find_first_of(L"\r\n", start);
-        if (end == std::wstring::npos)
-            end = text.size();
-        if (end > start)
-            lines.emplace_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-
-    // Every line must be well-formed before any of them reaches the table.
-    for (ustring& line : lines)
-    {
-        line.replace(ustring(L"\\r"), ustring(L"\r"));
-        line.replace(ustring(L"\\n"), ustring(L"\n"));
-        if (line.size() < 2 || line.front() != L'[' || line.back() != L']')
-            return;
-        line = ustring(line.substr(1, line.size() - 2));
+        const wchar_t* const stop = std::find_if(p, end, [](wchar_t ch) { return ch == L'\r' || ch == L'\n'; });
+        if (stop != p)
+        {
+            if (stop - p < 2 || *p != L'[' || stop[-1] != L']')
+                return;
+            lines.push_back(UnescapeLine(p + 1, stop - 1));
+        }
+        if (stop == end)
+            break;
+        p = stop + 1;
     }
 
     CLocker<CCriticalSection> lock(&m_csTable);
     for (size_t i = 0; i + 1 < lines.size(); i += 2)
-        m_Table[lines[i]] = lines[i + 1];
+        m_Table[std::move(lines[i])] = std::move(lines[i + 1]);
 }
 
 void CLanguageFile::SaveLanguageFile(CFile& file)

@@ -80,7 +80,8 @@ std::vector<DWORD> LoadHiddenDialogTemplate(HINSTANCE module, LPCWSTR name)
     if (resource == nullptr || size < sizeof(DLGTEMPLATE))
         return std::vector<DWORD>();
 
-    std::vector<DWORD> copy((size + sizeof(DWORD) - 1) / sizeof(DWORD), 0);
+    // Rounded up without `size + 3`, which would wrap for a size near 4 GB.
+    std::vector<DWORD> copy(size / sizeof(DWORD) + (size % sizeof(DWORD) != 0), 0);
     std::memcpy(copy.data(), resource, size);
     unsigned char* bytes = reinterpret_cast<unsigned char*>(copy.data());
     const size_t offset = DialogStyleOffset(copy.data(), size);

@@ -2,12 +2,14 @@
 #include <tavrin/log/console.h>
 
 #include "log/console_markdown.h"
+#include "log/console_style.h"
 
 #include <fcntl.h>
 #include <io.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
 
 namespace tavrin {
 
@@ -15,9 +17,9 @@ namespace {
 
 const wchar_t kNoBreakSpace = L'\x00A0';
 
-bool IsBlank(const ustring& text)
+inline bool IsBlankUnit(wchar_t ch)
 {
-    return text.find_first_not_of(L" \t") == std::wstring::npos;
+    return ch == L' ' || ch == L'\t';
 }
 
 // A light background asks for darker severity colours.
@@ -51,66 +53,179 @@ int HeadingStrength(int level)
     return level == -1 ? 4 : (level == 0 ? 0 : 4 - level);
 }
 
-void WriteStream(FILE* stream, const ustring& text)
+// Writes text to a stream and flushes it; the stream's UTF-16 text mode turns each "\n" into
+// "\r\n" itself, so carriage returns are left out. The text ends at its first NUL, as the stream
+// functions read it.
+void WriteStream(FILE* stream, const wchar_t* text)
 {
-    if (!text.empty())
-        std::fputws(text.c_str(), stream);
+    const wchar_t* const end = text + std::wcslen(text);
+    if (std::find(text, end, L'\r') == end)
+    {
+        if (text != end)
+            std::fputws(text, stream);
+    }
+    else
+    {
+        wchar_t chunk[256];
+        std::size_t used = 0;
+        for (const wchar_t* p = text; p != end; ++p)
+        {
+            if (*p == L'\r')
+                continue;
+            chunk[used++] = *p;
+            if (used == sizeof(chunk) / sizeof(chunk[0]) - 1)
+            {
+                chunk[used] = L'\0';
+                std::fputws(chunk, stream);
+                used = 0;
+            }
+        }
+        chunk[used] = L'\0';
+        if (used != 0)
+            std::fputws(chunk, stream);
+    }
     std::fflush(stream);
 }
 
-typedef std::vector<std::pair<ConsoleFont, ustring>> MarkdownLine;
+// One piece of Markdown text in one font: a run of buffered pieces whose fonts were equal.
+// Carriage returns in it count for nothing.
+struct MarkdownRun
+{
+    const ConsoleFont* font;
+    const wchar_t* text;
+    std::size_t length;
+};
 
-ustring RenderMarkdownLine(const MarkdownLine& line)
+// A position in a sequence of runs.
+struct RunPosition
+{
+    std::size_t run;
+    std::size_t offset;
+};
+
+// Calls f(font, text, length) for every piece of the runs between two positions that holds more
+// than carriage returns.
+template <class F>
+void ForEachPiece(const MarkdownRun* runs, RunPosition from, RunPosition to, F f)
+{
+    for (std::size_t r = from.run; r <= to.run; ++r)
+    {
+        const wchar_t* const begin = runs[r].text + (r == from.run ? from.offset : 0);
+        const wchar_t* const end = runs[r].text + (r == to.run ? to.offset : runs[r].length);
+        if (std::find_if(begin, end, [](wchar_t ch) { return ch != L'\r'; }) != end)
+            f(*runs[r].font, begin, static_cast<std::size_t>(end - begin));
+    }
+}
+
+// One Markdown line from the pieces between two positions: the strongest heading among its
+// non-blank pieces decides its form; a blank line is a no-break space, so that Markdown keeps it.
+void RenderMarkdownLine(ustring& out, const MarkdownRun* runs, RunPosition from, RunPosition to)
 {
     int level = 0;
-    for (const auto& segment : line)
-        if (!IsBlank(segment.second) && HeadingStrength(HeadingLevel(segment.first.m_eBold)) > HeadingStrength(level))
-            level = HeadingLevel(segment.first.m_eBold);
-
-    ustring body;
-    for (const auto& segment : line)
-        body += detail::DecorateMarkdown(segment.second, segment.first, level != 0);
-
-    if (IsBlank(body))
-        return ustring(1u, kNoBreakSpace) + L"\r\n";
-    if (level == 0)
-        return body + L"\r\n";
-    body.trim();
+    bool blank = true;
+    ForEachPiece(runs, from, to, [&](const ConsoleFont& font, const wchar_t* text, std::size_t length) {
+        if (std::find_if(text, text + length, [](wchar_t ch) { return ch != L'\r' && !IsBlankUnit(ch); }) ==
+            text + length)
+            return;
+        blank = false;
+        if (HeadingStrength(HeadingLevel(font.m_eBold)) > HeadingStrength(level))
+            level = HeadingLevel(font.m_eBold);
+    });
+    if (blank)
+    {
+        out += kNoBreakSpace;
+        out += L"\r\n";
+        return;
+    }
     if (level == -1)
-        return L"***\r\n# " + body + L" #\r\n***\r\n";
-    const ustring marks(static_cast<unsigned int>(level), L'#');
-    return marks + L' ' + body + L' ' + marks + L"\r\n";
+        out += L"***\r\n# ";
+    else if (level > 0)
+        out.append(static_cast<std::size_t>(level), L'#').append(1, L' ');
+    const std::size_t body = out.size();
+    ForEachPiece(runs, from, to, [&](const ConsoleFont& font, const wchar_t* text, std::size_t length) {
+        if (std::find(text, text + length, L'\r') == text + length)
+        {
+            detail::AppendDecoratedMarkdown(out, text, length, font, level != 0);
+            return;
+        }
+        std::wstring plain(text, length);
+        plain.erase(std::remove(plain.begin(), plain.end(), L'\r'), plain.end());
+        detail::AppendDecoratedMarkdown(out, plain.data(), plain.size(), font, level != 0);
+    });
+    if (level != 0)
+    {
+        // The heading's text is trimmed of spaces between its marks.
+        while (out.size() > body && out.back() == L' ')
+            out.pop_back();
+        out.erase(body, out.find_first_not_of(L' ', body) - body);
+    }
+    if (level == -1)
+        out += L" #\r\n***\r\n";
+    else if (level > 0)
+        out.append(1, L' ').append(static_cast<std::size_t>(level), L'#').append(L"\r\n");
+    else
+        out += L"\r\n";
+}
+
+// Renders runs (adjacent runs differ in font) as Markdown lines: every line feed ends a line,
+// and text after the last one makes a last line.
+void RenderMarkdown(ustring& out, const MarkdownRun* runs, std::size_t count)
+{
+    RunPosition start{0, 0};
+    for (std::size_t r = 0; r < count; ++r)
+    {
+        const wchar_t* const text = runs[r].text;
+        for (const wchar_t* p = text + (r == start.run ? start.offset : 0); p != text + runs[r].length; ++p)
+        {
+            if (*p != L'\n')
+                continue;
+            const RunPosition stop{r, static_cast<std::size_t>(p - text)};
+            RenderMarkdownLine(out, runs, start, stop);
+            start = RunPosition{r, stop.offset + 1};
+        }
+    }
+    const RunPosition end{count - 1, runs[count - 1].length};
+    bool open = false;
+    ForEachPiece(runs, start, end, [&](const ConsoleFont&, const wchar_t*, std::size_t) { open = true; });
+    if (open)
+        RenderMarkdownLine(out, runs, start, end);
 }
 
 } // namespace
 
 // ------------------------------------------------------------------------------- Markdown helpers
 
-ustring detail::EscapeMarkdown(const ustring& text)
+void detail::AppendDecoratedMarkdown(ustring& out, const wchar_t* text, std::size_t length, const ConsoleFont& font,
+                                     bool boldImplied)
 {
-    ustring escaped;
-    escaped.reserve(text.size());
-    for (wchar_t ch : text)
+    const wchar_t* const end = text + length;
+    const wchar_t* const first = std::find_if(text, end, [](wchar_t ch) { return !IsBlankUnit(ch); });
+    if (first == end)
     {
-        if (ch == L'*' || ch == L'\\' || ch == L'_')
-            escaped += L'\\';
-        escaped += ch;
+        out.append(text, length);
+        return;
     }
-    return escaped;
-}
-
-ustring detail::DecorateMarkdown(const ustring& text, const ConsoleFont& font, bool boldImplied)
-{
-    if (IsBlank(text))
-        return text;
-    const size_t first = text.find_first_not_of(L" \t");
-    const size_t last = text.find_last_not_of(L" \t");
-    ustring core = EscapeMarkdown(ustring(text.substr(first, last - first + 1)));
-    if (!boldImplied && font.m_eBold >= ConsoleFont::Bold)
-        core = L"__" + core + L"__";
-    if (font.m_eItalic == ConsoleFont::TriOn)
-        core = L"_" + core + L"_";
-    return ustring(text.substr(0, first)) + core + ustring(text.substr(last + 1));
+    const wchar_t* last = end;
+    while (IsBlankUnit(last[-1]))
+        --last;
+    const bool bold = !boldImplied && font.m_eBold >= ConsoleFont::Bold;
+    const bool italic = font.m_eItalic == ConsoleFont::TriOn;
+    out.append(text, first);
+    if (italic)
+        out += L'_';
+    if (bold)
+        out += L"__";
+    for (const wchar_t* p = first; p != last; ++p)
+    {
+        if (*p == L'*' || *p == L'\\' || *p == L'_')
+            out += L'\\';
+        out += *p;
+    }
+    if (bold)
+        out += L"__";
+    if (italic)
+        out += L'_';
+    out.append(last, end);
 }
 
 bool detail::IsMarkdownSeverity(CConsoleBase::ESeverity severity)
@@ -225,20 +340,26 @@ ConsoleFont CConsole::ComposeFont(const ConsoleFont& font, ESeverity severity) c
 {
     CLocker<CCriticalSection> lock(&m_CriticalSection);
     // The severity's colour wins over the caller's: an error stays red whatever the style.
-    return ConsoleFontChain(font, ConsoleFont(severity, IsLightBackground(m_DefaultFont.m_eBkColor))).Unwind();
+    ConsoleFont composed(font);
+    detail::OverlayFont(composed, ConsoleFont(severity, IsLightBackground(m_DefaultFont.m_eBkColor)));
+    return composed;
 }
 
 bool CConsole::ApplyFont(const ConsoleFont& font)
 {
     CLocker<CCriticalSection> lock(&m_CriticalSection);
-    const ConsoleFontChain chain = CreateConsoleFontChain(font);
+    // The chain of CreateConsoleFontChain, unwound in place.
+    ConsoleFont unwound(m_DefaultFont);
+    detail::OverlayFont(unwound, font);
     if (m_bUseEscapeSequences)
     {
         // Flushed at once: the text goes to the other stream and must not overtake it.
-        WriteStream(stdout, chain.ComposeEscapeSequence(m_bNotConsole));
+        wchar_t sequence[detail::kEscapeSequenceRoom];
+        detail::ComposeEscapeSequence(unwound, m_bNotConsole, sequence);
+        WriteStream(stdout, sequence);
         return true;
     }
-    return ::SetConsoleTextAttribute(m_hStdOut, chain.ComposeConsoleTextAttribute()) != FALSE;
+    return ::SetConsoleTextAttribute(m_hStdOut, detail::ComposeConsoleTextAttribute(unwound)) != FALSE;
 }
 
 void CConsole::SetCurrentFont(const ConsoleFont& font)
@@ -349,12 +470,9 @@ void CConsole::PrintToConsole(const ConsoleFont& font, ESeverity severity, bool 
     CLocker<CCriticalSection> lock(&m_CriticalSection);
     if (output != OutputMarkdown)
     {
-        // The stream's text mode turns each "\n" into "\r\n" itself.
-        ustring copy(text);
-        copy.erase(std::remove(copy.begin(), copy.end(), L'\r'), copy.end());
         ApplyFont(font);
         if (!(consoleOnly && m_bNotConsole))
-            WriteStream(stderr, copy);
+            WriteStream(stderr, text.c_str());
         m_strCapture += text;
     }
     if (output != OutputConsole)
@@ -366,10 +484,21 @@ void CConsole::SaveToMarkdown(const ConsoleFont& font, ESeverity severity, const
     if (!detail::IsMarkdownSeverity(severity))
         return;
     CLocker<CCriticalSection> lock(&m_CriticalSection);
-    if (!text.empty())
-        m_aMarkdownBuffer.emplace_back(font, text);
-    if (text.find(L"\r\n") != std::wstring::npos)
-        FlushMarkdownBuffer();
+    if (text.find(L"\r\n") == std::wstring::npos)
+    {
+        if (!text.empty())
+            m_aMarkdownBuffer.emplace_back(font, text);
+        return;
+    }
+    if (m_aMarkdownBuffer.empty() && &text != &m_strMarkdown)
+    {
+        // The usual case, a whole line: rendered straight from the caller's text.
+        const MarkdownRun run{&font, text.data(), text.size()};
+        RenderMarkdown(m_strMarkdown, &run, 1);
+        return;
+    }
+    m_aMarkdownBuffer.emplace_back(font, text);
+    FlushMarkdownBuffer();
 }
 
 void CConsole::FlushMarkdownBuffer()
@@ -377,50 +506,26 @@ void CConsole::FlushMarkdownBuffer()
     CLocker<CCriticalSection> lock(&m_CriticalSection);
     if (m_aMarkdownBuffer.empty())
         return;
-
-    // Adjacent pieces in one font are one piece.
-    std::vector<std::pair<ConsoleFont, ustring>> merged;
-    for (auto& entry : m_aMarkdownBuffer)
+    // Adjacent pieces in one font are one run: merged in place.
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < m_aMarkdownBuffer.size(); ++i)
     {
-        if (!merged.empty() && merged.back().first == entry.first)
-            merged.back().second += entry.second;
-        else
-            merged.push_back(std::move(entry));
-    }
-    m_aMarkdownBuffer.clear();
-
-    // Cut the pieces into lines; a line may hold pieces in several fonts.
-    std::vector<MarkdownLine> lines;
-    MarkdownLine current;
-    bool open = false; // the current line has begun (text after the last line break)
-    for (auto& entry : merged)
-    {
-        ustring text(entry.second);
-        text.replace(ustring(L"\r\n"), ustring(L"\n"));
-        text.erase(std::remove(text.begin(), text.end(), L'\r'), text.end());
-        size_t start = 0;
-        for (;;)
+        if (count != 0 && m_aMarkdownBuffer[count - 1].first == m_aMarkdownBuffer[i].first)
         {
-            const size_t end = text.find(L'\n', start);
-            const ustring piece(text.substr(start, end == std::wstring::npos ? std::wstring::npos : end - start));
-            if (!piece.empty())
-            {
-                current.emplace_back(entry.first, piece);
-                open = true;
-            }
-            if (end == std::wstring::npos)
-                break;
-            lines.push_back(std::move(current));
-            current.clear();
-            open = false;
-            start = end + 1;
+            m_aMarkdownBuffer[count - 1].second += m_aMarkdownBuffer[i].second;
+            continue;
         }
+        if (count != i)
+            m_aMarkdownBuffer[count] = std::move(m_aMarkdownBuffer[i]);
+        ++count;
     }
-    if (open)
-        lines.push_back(std::move(current));
-
-    for (const MarkdownLine& line : lines)
-        m_strMarkdown += RenderMarkdownLine(line);
+    std::vector<MarkdownRun> runs;
+    runs.reserve(count);
+    for (std::size_t i = 0; i < count; ++i)
+        runs.push_back(MarkdownRun{&m_aMarkdownBuffer[i].first, m_aMarkdownBuffer[i].second.data(),
+                                   m_aMarkdownBuffer[i].second.size()});
+    RenderMarkdown(m_strMarkdown, runs.data(), runs.size());
+    m_aMarkdownBuffer.clear();
 }
 
 } // namespace tavrin

@@ -2,6 +2,8 @@
 // sequences.
 #include <tavrin/log/console.h>
 
+#include "log/console_style.h"
+
 namespace tavrin {
 
 namespace {
@@ -102,26 +104,28 @@ static void Overlay(T& target, T value, T unspecified)
         target = value;
 }
 
+void detail::OverlayFont(ConsoleFont& base, const ConsoleFont& font)
+{
+    Overlay(base.m_eBold, font.m_eBold, ConsoleFont::BoldUnspecified);
+    Overlay(base.m_eItalic, font.m_eItalic, ConsoleFont::TriUnspecified);
+    Overlay(base.m_eUnderline, font.m_eUnderline, ConsoleFont::TriUnspecified);
+    Overlay(base.m_eDoubleUnderline, font.m_eDoubleUnderline, ConsoleFont::TriUnspecified);
+    Overlay(base.m_eOverline, font.m_eOverline, ConsoleFont::TriUnspecified);
+    Overlay(base.m_eStrikeThrough, font.m_eStrikeThrough, ConsoleFont::TriUnspecified);
+    Overlay(base.m_eTextColor, font.m_eTextColor, ConsoleFont::TextUnspecified);
+    Overlay(base.m_eBkColor, font.m_eBkColor, ConsoleFont::BkUnspecified);
+}
+
 ConsoleFont ConsoleFontChain::Unwind() const
 {
     ConsoleFont result(ConsoleFont::InitEmpty, false);
     for (const ConsoleFont& font : m_aFonts)
-    {
-        Overlay(result.m_eBold, font.m_eBold, ConsoleFont::BoldUnspecified);
-        Overlay(result.m_eItalic, font.m_eItalic, ConsoleFont::TriUnspecified);
-        Overlay(result.m_eUnderline, font.m_eUnderline, ConsoleFont::TriUnspecified);
-        Overlay(result.m_eDoubleUnderline, font.m_eDoubleUnderline, ConsoleFont::TriUnspecified);
-        Overlay(result.m_eOverline, font.m_eOverline, ConsoleFont::TriUnspecified);
-        Overlay(result.m_eStrikeThrough, font.m_eStrikeThrough, ConsoleFont::TriUnspecified);
-        Overlay(result.m_eTextColor, font.m_eTextColor, ConsoleFont::TextUnspecified);
-        Overlay(result.m_eBkColor, font.m_eBkColor, ConsoleFont::BkUnspecified);
-    }
+        detail::OverlayFont(result, font);
     return result;
 }
 
-unsigned short ConsoleFontChain::ComposeConsoleTextAttribute() const
+unsigned short detail::ComposeConsoleTextAttribute(const ConsoleFont& font)
 {
-    const ConsoleFont font = Unwind();
     unsigned int attributes = 0;
     if (font.m_eTextColor != ConsoleFont::TextUnspecified)
         attributes |= static_cast<unsigned int>(font.m_eTextColor) & 0x0Fu;
@@ -132,40 +136,71 @@ unsigned short ConsoleFontChain::ComposeConsoleTextAttribute() const
     return static_cast<unsigned short>(attributes);
 }
 
-ustring ConsoleFontChain::ComposeEscapeSequence(bool notConsole) const
+unsigned short ConsoleFontChain::ComposeConsoleTextAttribute() const
 {
-    const ConsoleFont font = Unwind();
-    ustring sequence(L"\x1b[0m");
+    return detail::ComposeConsoleTextAttribute(Unwind());
+}
+
+namespace {
+
+wchar_t* AppendText(wchar_t* out, const wchar_t* text)
+{
+    while (*text)
+        *out++ = *text++;
+    return out;
+}
+
+// "\e[" number "m" for the SGR numbers used here (30 to 107).
+wchar_t* AppendSgr(wchar_t* out, unsigned int number)
+{
+    out = AppendText(out, L"\x1b[");
+    if (number >= 100)
+        *out++ = static_cast<wchar_t>(L'0' + number / 100);
+    *out++ = static_cast<wchar_t>(L'0' + number / 10 % 10);
+    *out++ = static_cast<wchar_t>(L'0' + number % 10);
+    *out++ = L'm';
+    return out;
+}
+
+} // namespace
+
+std::size_t detail::ComposeEscapeSequence(const ConsoleFont& font, bool notConsole, wchar_t* out)
+{
+    wchar_t* p = AppendText(out, L"\x1b[0m");
 
     // Only an explicit "normal" weight suppresses bold: an unspecified weight is emphasised.
     if (font.m_eBold != ConsoleFont::BoldNormal)
-        sequence += L"\x1b[1m";
+        p = AppendText(p, L"\x1b[1m");
     if (font.m_eItalic == ConsoleFont::TriOn)
-        sequence += L"\x1b[3m";
+        p = AppendText(p, L"\x1b[3m");
     if (font.m_eUnderline == ConsoleFont::TriOn)
-        sequence += L"\x1b[4m";
+        p = AppendText(p, L"\x1b[4m");
     if (font.m_eDoubleUnderline == ConsoleFont::TriOn)
-        sequence += L"\x1b[21m";
+        p = AppendText(p, L"\x1b[21m");
     if (font.m_eOverline == ConsoleFont::TriOn)
-        sequence += L"\x1b[53m";
+        p = AppendText(p, L"\x1b[53m");
     if (font.m_eStrikeThrough == ConsoleFont::TriOn)
-        sequence += L"\x1b[9m";
+        p = AppendText(p, L"\x1b[9m");
 
     const int text = font.m_eTextColor;
     if (text >= 0 && text <= 15 && !(text == 0 && notConsole))
-    {
-        const unsigned int base = (text & 8) ? 90u : 30u;
-        sequence += ustring::sprintf_stc(L"\x1b[%um", base + ConsoleToAnsiColor(static_cast<unsigned int>(text)));
-    }
+        p = AppendSgr(p, ((text & 8) ? 90u : 30u) + ConsoleToAnsiColor(static_cast<unsigned int>(text)));
 
     const int background = font.m_eBkColor;
     if (background >= 0 && background <= 240 && background % 16 == 0)
     {
         const unsigned int index = static_cast<unsigned int>(background) / 16u;
-        const unsigned int base = (index & 8) ? 100u : 40u;
-        sequence += ustring::sprintf_stc(L"\x1b[%um", base + ConsoleToAnsiColor(index));
+        p = AppendSgr(p, ((index & 8) ? 100u : 40u) + ConsoleToAnsiColor(index));
     }
-    return sequence;
+    *p = L'\0';
+    return static_cast<std::size_t>(p - out);
+}
+
+ustring ConsoleFontChain::ComposeEscapeSequence(bool notConsole) const
+{
+    wchar_t sequence[detail::kEscapeSequenceRoom];
+    const std::size_t length = detail::ComposeEscapeSequence(Unwind(), notConsole, sequence);
+    return ustring(sequence, static_cast<unsigned int>(length));
 }
 
 } // namespace tavrin

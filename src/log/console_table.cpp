@@ -130,7 +130,7 @@ ustring MarkdownCell(const TableItem& item)
     {
         if (i > 0)
             cell += L"<br>";
-        cell += detail::DecorateMarkdown(lines[i], item.m_Font, false);
+        detail::AppendDecoratedMarkdown(cell, lines[i].data(), lines[i].size(), item.m_Font, false);
     }
     // A pipe would end the cell.
     return cell.replace(ustring(L"|"), ustring(L"\\|"));

@@ -9,6 +9,7 @@
 #include <list>
 #include <map>
 #include <ostream>
+#include <random>
 #include <set>
 #include <vector>
 
@@ -428,4 +429,121 @@ TEST(UstringBoundary, StringTravelsBothWaysAcrossTheDll)
     s.strupr();
     s.push_back(L'!');
     EXPECT_EQ(s.compare(L"VALUE=420!"), 0);
+}
+
+// ---------------------------------------------------------------- larger inputs and reuse
+
+namespace {
+
+// replace as it is defined: find at or after pos, replace, continue after the inserted text.
+std::wstring ReferenceReplace(std::wstring text, const std::wstring& what, const std::wstring& with)
+{
+    for (std::size_t pos = text.find(what); pos != std::wstring::npos; pos = text.find(what, pos + with.size()))
+        text.replace(pos, what.size(), with);
+    return text;
+}
+
+} // namespace
+
+TEST(UstringText, ReplaceMatchesItsDefinition)
+{
+    // Random short texts over two letters, so that occurrences overlap, abut and reappear after
+    // a replacement; replacements shorter, equal and longer.
+    std::mt19937 random(99u);
+    std::uniform_int_distribution<int> letter(0, 1);
+    std::uniform_int_distribution<int> length(0, 12);
+    std::uniform_int_distribution<int> whatLength(1, 3);
+    std::uniform_int_distribution<int> withLength(0, 3);
+    const auto make = [&](int n) {
+        std::wstring text;
+        for (int i = 0; i < n; ++i)
+            text += letter(random) ? L'a' : L'b';
+        return text;
+    };
+    for (unsigned int n = 0; n < 20000; ++n)
+    {
+        const std::wstring text = make(length(random));
+        const std::wstring what = make(whatLength(random));
+        const std::wstring with = make(withLength(random));
+        ASSERT_EQ(static_cast<const std::wstring&>(ustring(text).replace(what, with)), ReferenceReplace(text, what, with));
+        std::wstring expected = text;
+        if (with.find(what) != std::wstring::npos)
+            expected = ReferenceReplace(text, what, with);
+        else
+            for (std::wstring previous; previous != expected;)
+            {
+                previous = expected;
+                expected = ReferenceReplace(expected, what, with);
+            }
+        ASSERT_EQ(static_cast<const std::wstring&>(ustring(text).replace_recursively(what, with)), expected);
+    }
+
+    // Self as the searched text or as the replacement.
+    ustring self(L"aba");
+    EXPECT_EQ(self.replace(self, L"x"), L"x");
+    self = L"aba";
+    EXPECT_EQ(self.replace(L"a", self), L"abababa");
+    self = L"abab";
+    EXPECT_EQ(self.replace_recursively(self, L"ab"), L"ab");
+}
+
+TEST(UstringText, ReplaceOnLargeTexts)
+{
+    // 100 KiB with 10,000 occurrences, replaced by shorter, equal and longer text.
+    std::wstring text;
+    for (int i = 0; i < 10000; ++i)
+        text += L"abcd" + std::to_wstring(i % 10) + L"<x>";
+    ASSERT_GE(text.size() * sizeof(wchar_t), 100000u);
+    for (const wchar_t* with : {L"", L"#", L"<y>", L"[longer]"})
+    {
+        const ustring replaced = ustring(text).replace(L"<x>", with);
+        EXPECT_EQ(replaced.size(), text.size() + 10000 * (std::wcslen(with) - 3)) << with;
+        EXPECT_EQ(static_cast<const std::wstring&>(replaced), ReferenceReplace(text, L"<x>", with)) << with;
+    }
+    // 2^16 backslashes collapse to one in 16 passes.
+    EXPECT_EQ(ustring(std::wstring(65536, L'\\')).replace_recursively(L"\\\\", L"\\"), L"\\");
+    // A removal that exposes a new occurrence each pass: one per pass, 2,000 passes.
+    EXPECT_EQ(ustring(std::wstring(2000, L'(') + std::wstring(2000, L')')).replace_recursively(L"()", L""), L"");
+}
+
+TEST(UstringSplit, OutputContainersAreReused)
+{
+    // Whatever the container held before is replaced by exactly the pieces: more, fewer, none.
+    std::vector<ustring> vec(V({L"old1", L"old2", L"old3", L"old4"}));
+    EXPECT_EQ(ustring::split(L"a,b", L',', vec), 2u);
+    EXPECT_EQ(vec, V({L"a", L"b"}));
+    EXPECT_EQ(ustring::split(L"a,b,c,d,e", L',', vec), 5u);
+    EXPECT_EQ(vec, V({L"a", L"b", L"c", L"d", L"e"}));
+    EXPECT_EQ(ustring::split(L"", L',', vec), 0u);
+    EXPECT_TRUE(vec.empty());
+
+    std::list<ustring> list(3, ustring(L"old"));
+    EXPECT_EQ(ustring::split(L"x;;y;", L";", list, true), 4u);
+    EXPECT_EQ(Items(list), V({L"x", L"", L"y", L""}));
+    std::deque<ustring> deque(6, ustring(L"old"));
+    ustring multi;
+    ustring::join(V({L"p", L"q"}), multi);
+    EXPECT_EQ(ustring::split(multi, deque), 2u);
+    EXPECT_EQ(Items(deque), V({L"p", L"q"}));
+    std::set<ustring> set{ustring(L"old")};
+    EXPECT_EQ(ustring::split(L"b,a,b", L',', set), 2u);
+    EXPECT_EQ(Items(set), V({L"a", L"b"}));
+}
+
+TEST(UstringText, TrimBySetForms)
+{
+    const std::vector<wchar_t> set{L' ', L'\t', L'-'};
+    const std::initializer_list<wchar_t> list{L' ', L'\t', L'-'};
+    const std::vector<std::pair<const wchar_t*, const wchar_t*>> cases = {
+        {L"\t- a-b -\t", L"a-b"}, {L"---", L""}, {L"", L""}, {L"x", L"x"}, {L" x", L"x"}, {L"x\t", L"x"}};
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(ustring(c.first).trim(set), c.second) << c.first;
+        EXPECT_EQ(ustring(c.first).trim(list), c.second) << c.first;
+    }
+    EXPECT_EQ(ustring(L"-a-").trim_left(list), L"a-");
+    EXPECT_EQ(ustring(L"-a-").trim_right(list), L"-a");
+    EXPECT_EQ(ustring(L"-a-").trim_left(set), L"a-");
+    EXPECT_EQ(ustring(L"-a-").trim_right(set), L"-a");
+    EXPECT_EQ(ustring(L" a ").trim(std::vector<wchar_t>()), L" a ");
 }

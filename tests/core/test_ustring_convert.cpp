@@ -4,8 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <cwctype>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -478,4 +483,203 @@ TEST(UstringResources, LongStringsAreNotCut)
     ustring missing(L"x");
     EXPECT_FALSE(missing.load(copy.Module(), 2011));
     EXPECT_TRUE(missing.empty());
+}
+
+// ---------------------------------------------------------------- against the defining steps
+
+namespace {
+
+// ui64toa as it is defined: a divisor of 10 to the group size in floating point, one printf per
+// group, each piece inserted at the front.
+std::wstring ReferenceGrouped(unsigned __int64 value)
+{
+    std::wstring text;
+    do
+    {
+        const int group = ustring::m_Locale.Grouping();
+        unsigned __int64 quotient = 0;
+        unsigned __int64 remainder = value;
+        if (group > 0 && group < 20)
+        {
+            const auto divisor = static_cast<unsigned __int64>(std::pow(10.0, group));
+            quotient = value / divisor;
+            remainder = value % divisor;
+        }
+        wchar_t piece[64];
+        if (quotient == 0)
+            ::_snwprintf(piece, 64, L"%I64u", remainder);
+        else
+            ::_snwprintf(piece, 64, L"%ls%03I64u", ustring::m_Locale.ThousandsSep(), remainder);
+        text.insert(0, piece);
+        value = quotient;
+    } while (value != 0);
+    return text;
+}
+
+// Every occurrence removed (or replaced) left to right, as the number parsers clean their input.
+std::wstring ReplaceEvery(std::wstring text, const std::wstring& what, const std::wstring& with)
+{
+    if (what.empty())
+        return text;
+    for (std::size_t pos = text.find(what); pos != std::wstring::npos; pos = text.find(what, pos + with.size()))
+        text.replace(pos, what.size(), with);
+    return text;
+}
+
+std::wstring CleanInteger(const std::wstring& text)
+{
+    return ReplaceEvery(ReplaceEvery(ReplaceEvery(text, L" ", L""), L"0xA0", L""), ustring::m_Locale.ThousandsSep(), L"");
+}
+
+std::wstring CleanReal(const std::wstring& text)
+{
+    return ReplaceEvery(ReplaceEvery(ReplaceEvery(text, L" ", L""), ustring::m_Locale.ThousandsSep(), L""),
+                        ustring::m_Locale.DecimalPoint(), L".");
+}
+
+} // namespace
+
+TEST_F(UstringNumbers, IntegerTextMatchesItsDefinitionOnRandomValues)
+{
+    std::mt19937_64 random(42u);
+    for (unsigned long lcid : {kUnitedStates, kGerman})
+    {
+        Use(lcid);
+        for (unsigned int n = 0; n < 20000; ++n)
+        {
+            // Every magnitude equally often: shift a random value right by 0 to 63 bits.
+            const unsigned __int64 value = random() >> (n % 64);
+            ASSERT_EQ(static_cast<const std::wstring&>(ustring::ui64toa(value, false)), ReferenceGrouped(value)) << value;
+            wchar_t hex[32];
+            ::_snwprintf(hex, 32, L"%I64X", value);
+            ASSERT_EQ(static_cast<const std::wstring&>(ustring::ui64toa(value, true)), hex) << value;
+            const __int64 negative = -static_cast<__int64>(value >> 1) - 1;
+            const std::wstring expected = ustring::m_Locale.NegativeSign() +
+                                          ReferenceGrouped(0ull - static_cast<unsigned __int64>(negative));
+            ASSERT_EQ(static_cast<const std::wstring&>(ustring::i64toa(negative)), expected) << negative;
+        }
+    }
+}
+
+TEST_F(UstringNumbers, ParsersCleanTheirInputAsDefined)
+{
+    // Texts made of digits, spaces, separators, points, signs, hexadecimal letters and pieces of
+    // "0xA0", so that one removal can create or break what the next one looks for, and long
+    // enough now and then to leave any short buffer.
+    const std::vector<std::wstring> pieces{L"1", L"2", L"9", L" ", L"  ", L",", L".", L"0x", L"A0", L"0xA0",
+                                           L"-", L"+", L"F", L"e", L"x", L"0", L"00000000000000000000"};
+    std::mt19937 random(7u);
+    std::uniform_int_distribution<std::size_t> piece(0, pieces.size() - 1);
+    std::uniform_int_distribution<int> count(0, 12);
+    for (unsigned long lcid : {kUnitedStates, kGerman})
+    {
+        Use(lcid);
+        for (unsigned int n = 0; n < 20000; ++n)
+        {
+            std::wstring text;
+            for (int i = count(random); i > 0; --i)
+                text += pieces[piece(random)];
+            const std::wstring integer = CleanInteger(text);
+            for (int radix : {0, 10, 16})
+            {
+                ASSERT_EQ(ustring::atoi64(text.c_str(), radix), ::_wcstoi64(integer.c_str(), nullptr, radix)) << n;
+                ASSERT_EQ(ustring::atoui64(text.c_str(), radix), ::_wcstoui64(integer.c_str(), nullptr, radix)) << n;
+            }
+            const std::wstring real = CleanReal(text);
+            wchar_t* end = nullptr;
+            const double expected = ::wcstod(real.c_str(), &end);
+            bool trailing = false;
+            const double actual = ustring::strtod(text.c_str(), trailing);
+            ASSERT_TRUE(actual == expected || (actual != actual && expected != expected)) << n;
+            ASSERT_EQ(trailing, *end != L'\0') << n;
+        }
+    }
+    Use(kUnitedStates);
+    // A space inside the literal text "0xA0" goes first, so the text is removed after all.
+    EXPECT_EQ(ustring::atoui64(L"0x A0FF", 16), 255u);
+    // Removal does not rescan: the "0xA0" formed by removing the inner one stays.
+    EXPECT_EQ(ustring::atoui64(L"0x0xA0A0", 16), 0xA0u);
+    EXPECT_EQ(ustring::atoi64((L"1" + std::wstring(300, L' ') + L"2").c_str(), 10), 12);
+}
+
+TEST(UstringBytes, FullWidthDigitsConvertLikeTheirAsciiForms)
+{
+    std::vector<unsigned char> bytes;
+    EXPECT_TRUE(ustring::Hex2Bin(L"\xFF21\xFF22", bytes)); // full-width "AB"
+    EXPECT_EQ(bytes, std::vector<unsigned char>{0xAB});
+    EXPECT_TRUE(ustring::Hex2Bin(L"\xFF10\xFF46 \xFF41\xFF19 5\xFF43", bytes)); // "0f a9 5c"
+    EXPECT_EQ(bytes, (std::vector<unsigned char>{0x0F, 0xA9, 0x5C}));
+    EXPECT_FALSE(ustring::Hex2Bin(L"\xFF27" L"0", bytes)); // full-width "G"
+    EXPECT_TRUE(bytes.empty());
+
+    // Every code unit that the runtime classifies as a hexadecimal digit is accepted with the
+    // value of its ASCII form; every other one, whitespace aside, is refused.
+    unsigned int digits = 0;
+    for (unsigned int code = 1; code <= 0xFFFF; ++code)
+    {
+        const wchar_t ch = static_cast<wchar_t>(code);
+        const wchar_t pair[] = {ch, L'1', L'\0'};
+        const bool accepted = ustring::Hex2Bin(pair, bytes);
+        if (ch == L' ' || ch == L'\t' || ch == L'\r' || ch == L'\n')
+        {
+            EXPECT_TRUE(accepted && bytes.empty()) << code;
+            continue;
+        }
+        if (!::iswxdigit(ch))
+        {
+            EXPECT_FALSE(accepted) << code;
+            continue;
+        }
+        ++digits;
+        const wchar_t ascii[] = {static_cast<wchar_t>(code >= 0xFF00 ? code - 0xFF10 + L'0' : code), L'\0'};
+        const unsigned long value = std::wcstoul(ascii, nullptr, 16);
+        ASSERT_TRUE(accepted) << code;
+        EXPECT_EQ(bytes, std::vector<unsigned char>{static_cast<unsigned char>(value * 16 + 1)}) << code;
+    }
+    EXPECT_EQ(digits, 22u + 22u); // ASCII and full-width
+
+    // Bin2Hex writes into the output's own storage and leaves nothing of what it held.
+    ustring hex(std::wstring(1000, L'x'));
+    ustring::Bin2Hex({0x01, 0xAB}, hex);
+    EXPECT_EQ(hex, L"01AB");
+}
+
+TEST(UstringPrintf, RunawayFormatsEndWithEmptyText)
+{
+    // The runtime's own length count takes seconds here and answers 0; formatting fails at every
+    // size. The result is empty text, not a loop.
+    EXPECT_TRUE(ustring::sprintf_stc(L"%.*f", INT_MAX, 1.5).empty());
+    // Would need about 2 GB.
+    ustring text(L"previous");
+    EXPECT_TRUE(text.sprintf(L"%999999999d", 1).empty());
+    EXPECT_TRUE(ustring::sprintf_stc(L"x%*d", (1 << 22), 1).empty()); // one code unit over the limit
+    // Up to the limit the text is whole.
+    const ustring widest = ustring::sprintf_stc(L"%*d", (1 << 22), 7);
+    EXPECT_EQ(widest.size(), static_cast<std::size_t>(1 << 22));
+    EXPECT_EQ(widest.back(), L'7');
+    EXPECT_EQ(widest.find_first_not_of(L' '), widest.size() - 1);
+}
+
+TEST(UstringPrintf, ResultsKeepNoSpareRoom)
+{
+    // Short results are built at their size, not in the first formatting buffer.
+    std::size_t capacity = 0;
+    for (int i = 0; i < 1000; ++i)
+    {
+        const ustring line = ustring::sprintf_stc(L"line %d of many", 100000 + i);
+        ASSERT_EQ(line.size(), 19u);
+        capacity += line.capacity();
+    }
+    EXPECT_LE(capacity, 1000u * 32u);
+    const ustring longer = ustring::sprintf_stc(L"%ls", std::wstring(3000, L'z').c_str());
+    EXPECT_EQ(longer.size(), 3000u);
+    EXPECT_LT(longer.capacity(), 3100u);
+
+    // An argument that points into self, longer than the first buffer.
+    ustring self(3000, L'q');
+    self.sprintf(L"<%ls>", self.c_str());
+    EXPECT_EQ(self.size(), 3002u);
+    EXPECT_EQ(self.front(), L'<');
+    EXPECT_EQ(self[1500u], L'q');
+    EXPECT_EQ(self.back(), L'>');
 }

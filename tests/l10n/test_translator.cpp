@@ -251,3 +251,34 @@ TEST(Translator, GatheringCollectsUnknownTexts)
     translator.ClearTable();
     EXPECT_TRUE(translator.GetTable().empty());
 }
+
+TEST(LanguageFile, LargeFilesAndBackslashesLoadExactly)
+{
+    // 40,000 pairs (about 2.5 MB) across many read chunks, with escapes next to ordinary
+    // backslashes: "\\\\n" is a backslash and a line feed, "\\\\x" two backslashes and x, and a
+    // backslash at the end of the text stays.
+    std::wstring content;
+    for (int i = 0; i < 40000; ++i)
+    {
+        const std::wstring n = std::to_wstring(i);
+        content += L"[key " + n + L"\\\\n" + n + L"]\r\n[value\\r " + n + L"\\\\x\\]" + (i % 3 ? L"\r\n" : L"\n");
+    }
+    const CTempLanguageFile file(L"large.lng", Utf16(content));
+    CTranslator translator;
+    ASSERT_TRUE(translator.LoadLanguageFile(file.Path()));
+    const CLanguageFile::Table table = translator.GetTable();
+    ASSERT_EQ(table.size(), 40000u);
+    for (int i : {0, 1, 511, 12345, 39999})
+    {
+        const std::wstring n = std::to_wstring(i);
+        const auto found = table.find(L"key " + n + L"\\\n" + n);
+        ASSERT_NE(found, table.end()) << i;
+        EXPECT_EQ(found->second, L"value\r " + n + L"\\\\x\\") << i;
+    }
+
+    // The same file with one bad line at its very end loads nothing.
+    CTranslator other;
+    const CTempLanguageFile bad(L"large_bad.lng", Utf16(content + L"[unclosed\r\n"));
+    ASSERT_TRUE(other.LoadLanguageFile(bad.Path()));
+    EXPECT_TRUE(other.GetTable().empty());
+}

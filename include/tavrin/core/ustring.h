@@ -123,7 +123,10 @@ public:
     bool operator>(const std::wstring& other) const { return base() > other; }
     bool operator>=(const std::wstring& other) const { return base() >= other; }
 
-    // Wildcard match ('*' any run, '?' one code unit, no escape); 0 means "matches".
+    // Wildcard match ('*' any run, '?' one code unit, no escape); 0 means "matches". After a
+    // star whose rest matches no tail of the text, the rest is matched against the whole text
+    // again, and that decides the result (its sign orders failed matches). Time grows with the
+    // product of text and mask length, never exponentially, and no input recurses.
     int compareWithMask(const ustring& mask, ECaseSensitivity mode = CaseSensitive) const;
     int compareWithMaskNoCase(const ustring& mask) const;
 
@@ -157,11 +160,11 @@ public:
     ustring substr(const wchar_t* from, const wchar_t* to, bool includeFrom = false, bool requireTo = false) const;
 
     using std::wstring::replace;
-    // Every occurrence, left to right, without rescanning inserted text. An empty `what`
-    // changes nothing.
+    // Every occurrence, left to right, without rescanning inserted text, in time linear in the
+    // text. An empty `what` changes nothing.
     ustring& replace(const ustring& what, const ustring& with);
-    // Repeats replace until nothing changes. A `with` that contains `what` would grow the text
-    // forever; it is applied in a single pass instead.
+    // Repeats replace until nothing changes (each pass linear). A `with` that contains `what`
+    // would grow the text forever; it is applied in a single pass instead.
     ustring& replace_recursively(const ustring& what, const ustring& with);
 
     // ---------------------------------------------------------- splitting and joining
@@ -205,7 +208,9 @@ public:
 
     // ---------------------------------------------------------- bytes and GUIDs
     static void Bin2Hex(const std::vector<unsigned char>& bytes, ustring& out);
-    // Hexadecimal pairs, whitespace allowed anywhere; false (and `out` empty) on any other code unit.
+    // Hexadecimal pairs, whitespace allowed anywhere; false (and `out` empty) on any other code
+    // unit. The digits are those iswxdigit reports: ASCII and their full-width forms (U+FF10-FF19,
+    // U+FF21-FF26, U+FF41-FF46), which convert to the same values.
     static bool Hex2Bin(const ustring& text, std::vector<unsigned char>& out);
     static bool GUID2String(const GUID& guid, ustring& out);
     static bool String2GUID(const wchar_t* text, GUID& guid);
@@ -233,8 +238,10 @@ public:
 
     // ---------------------------------------------------------- formatted printing
     // Microsoft C runtime wide printf formats: "%ls" for wide strings, "%I64u"/"%I64X" for
-    // 64-bit integers. No length limit. A null or malformed format gives empty text. An
-    // argument may point into self.
+    // 64-bit integers. Empty text for a null format, a format the runtime rejects, and a text
+    // longer than 4,194,304 code units (1 << 22; a runaway width or precision such as
+    // "%999999999d" would otherwise demand gigabytes). The result has no spare capacity beyond
+    // what self already had. An argument may point into self.
     ustring& sprintf(const wchar_t* format, ...);
     static ustring sprintf_stc(const wchar_t* format, ...);
     ustring& vsprintf(const wchar_t* format, va_list args);
