@@ -1,5 +1,7 @@
 #include <tavrin/util/network.h>
 
+#include "util/network_internal.h"
+
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
@@ -8,11 +10,11 @@
 
 namespace tavrin {
 
-namespace {
+namespace detail {
 
-// getaddrinfo and the WSA text functions need Winsock started. The library takes one reference
-// on first use and keeps it for the life of the process: WSACleanup must not run from the DLL's
-// detach notification, and a reference the process holds until exit costs nothing.
+// The library takes one reference on first use and keeps it for the life of the process:
+// WSACleanup must not run from the DLL's detach notification, and a reference the process holds
+// until exit costs nothing.
 void EnsureWinsock()
 {
     static const bool started = [] {
@@ -21,6 +23,12 @@ void EnsureWinsock()
     }();
     (void)started;
 }
+
+} // namespace detail
+
+namespace {
+
+using detail::EnsureWinsock;
 
 // Size of the record's address union.
 constexpr std::size_t kStorageSize =

@@ -72,6 +72,14 @@ TAVRIN_API bool CompareIPv4(const wchar_t* a, const wchar_t* b, int& result);
 // as the more significant one. This is the library's defined ordering, not numeric address order.
 TAVRIN_API bool CompareIPv6(const wchar_t* a, const wchar_t* b, int& result);
 
+// <winspool.h>, which <windows.h> pulls in unless WIN32_LEAN_AND_MEAN is defined, makes SetPort a
+// macro for SetPortW or SetPortA. SOCKET_ADDRESS_EX::SetPort keeps its own name (and its exported
+// symbol) whatever the caller's headers define, so the macro is dropped here. A caller who
+// includes <winspool.h> after this header must drop it again before calling SetPort.
+#ifdef SetPort
+#undef SetPort
+#endif
+
 // A socket address of one of the families the library uses: IPv4, IPv6 or Bluetooth.
 // lpSockaddr is null for an empty record and otherwise points at the record's own storage, so
 // copies stay self-contained.
