@@ -136,7 +136,8 @@ ustring FormatTime(const CSystemTime& time)
 }
 
 CTermOutput::CTermOutput(const Options& options)
-    : m_Options(options), m_hPlainOut(INVALID_HANDLE_VALUE), m_Transcript(true, CTable::BorderSingle)
+    : m_hPlainOut(INVALID_HANDLE_VALUE), m_Transcript(true, CTable::BorderSingle),
+      m_bTimestamps(options.bTimestamps)
 {
     CTermConsole::EStyle style = CTermConsole::StyleColor;
     if (options.bPlain)
@@ -146,6 +147,12 @@ CTermOutput::CTermOutput(const Options& options)
     if (style != CTermConsole::StyleColor)
         m_hPlainOut = DivertRuntimeStdout(style == CTermConsole::StylePlain);
     m_pConsole.reset(new CTermConsole(style, m_hPlainOut, m_strCapture, m_strMarkdown));
+    StartTranscript();
+}
+
+void CTermOutput::StartTranscript()
+{
+    m_Transcript.Clear();
     m_Transcript.InsertRow(std::vector<ustring>{Tr(L"time"), Tr(L"way"), Tr(L"data or event")});
 }
 
@@ -183,7 +190,7 @@ void CTermOutput::Message(CConsoleBase::ESeverity severity, const ustring& text)
     const CSystemTime now = CSystemTime::GetLocalTime();
     const EMark mark = severity == CConsoleBase::SeverityError || severity == CConsoleBase::SeverityWarning ? MarkError : MarkInfo;
     ustring line;
-    if (m_Options.bTimestamps)
+    if (m_bTimestamps)
         line = FormatTime(now) + L" ";
     line += MarkText(mark);
     line += L" " + text + L"\r\n";
@@ -199,7 +206,7 @@ void CTermOutput::Note(const ustring& text)
 void CTermOutput::Traffic(EMark mark, const CSystemTime& time, const ustring& text, const std::vector<ustring>& detail)
 {
     ustring prefix;
-    if (m_Options.bTimestamps)
+    if (m_bTimestamps)
         prefix = FormatTime(time) + L" ";
     prefix += MarkText(mark);
     ustring block;

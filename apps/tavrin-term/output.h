@@ -83,17 +83,22 @@ public:
     // The report's transcript table (time, direction, text).
     const tavrin::CTable& Transcript() const { return m_Transcript; }
     void PrintTranscriptToReport();
+    // Starts a new transcript (one per session).
+    void StartTranscript();
+
+    bool Timestamps() const { return m_bTimestamps; }
+    void SetTimestamps(bool on) { m_bTimestamps = on; }
 
 private:
     void AddTranscriptRow(EMark mark, const tavrin::CSystemTime& time, const tavrin::ustring& text);
     static const wchar_t* MarkText(EMark mark);
 
-    const Options& m_Options;
     tavrin::ustring m_strCapture;
     tavrin::ustring m_strMarkdown;
     HANDLE m_hPlainOut;
     std::unique_ptr<CTermConsole> m_pConsole;
     tavrin::CTable m_Transcript;
+    bool m_bTimestamps;
 };
 
 // Time of a traffic line: "09:05:01.123".

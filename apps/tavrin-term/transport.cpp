@@ -42,6 +42,7 @@ bool IsDigits(const ustring& text)
 } // namespace
 
 // ---------------------------------------------------------------------------------- serial port
+#if TERM_HAS_SERIAL
 
 CSerialTransport::CSerialTransport(const ustring& port, const Options& options)
     : m_strPort(port), m_Options(options), m_ReadOv(nullptr, TRUE, FALSE, nullptr),
@@ -274,6 +275,8 @@ ustring CSerialTransport::Hint(long error) const
         return Tr(L"The data log file shows every call that was made, with its result.");
     }
 }
+
+#endif
 
 // ---------------------------------------------------------------------------------------- TCP
 
@@ -531,7 +534,11 @@ ustring CTcpTransport::Hint(long error) const
 std::unique_ptr<CTransport> MakeTransport(const Options& options)
 {
     if (!options.strPort.empty())
+#if TERM_HAS_SERIAL
         return std::unique_ptr<CTransport>(new CSerialTransport(options.strPort, options));
+#else
+        throw CWinException(__LINE__, TAVRIN_WFILE, L"term::MakeTransport", ERROR_NOT_SUPPORTED);
+#endif
     if (!options.strTcp.empty())
         return std::unique_ptr<CTransport>(new CTcpTransport(options.strTcp, false));
     return std::unique_ptr<CTransport>(new CTcpTransport(options.strListen, true));
