@@ -40,10 +40,6 @@ BOOL WINAPI CtrlHandler(DWORD type)
 
 int ListPorts(CTermOutput& output)
 {
-#if !TERM_HAS_SERIAL
-    output.Message(CConsoleBase::SeverityError, Tr(L"This build has no serial ports."));
-    return ExitConnection;
-#else
     try
     {
         const std::vector<CCommPort::COMM_PORT_INFO> ports = CCommPort::EnumPorts();
@@ -64,7 +60,6 @@ int ListPorts(CTermOutput& output)
         output.Failure(e, TAVRIN_WFILE, __LINE__, Tr(L"The system did not list its devices."));
         return ExitConnection;
     }
-#endif
 }
 
 // The first lines of a data log file, as the user would see them on opening it.
@@ -181,11 +176,7 @@ int RunDemo(const Options& options, CTermOutput& output)
         for (ustring& port : ports)
             port.trim();
         output.Message(CConsoleBase::SeverityInfo, TrF(L"Echo device on %ls, tavrin-term on %ls", ports[1].c_str(), ports[0].c_str()));
-#if TERM_HAS_SERIAL
         std::unique_ptr<CTransport> device(new CSerialTransport(ports[1], options));
-#else
-        std::unique_ptr<CTransport> device;
-#endif
         const int code = RunDemoSession(options, output, std::move(device), L"-port", ports[0]);
         worst = std::max(worst, code);
     }

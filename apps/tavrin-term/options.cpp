@@ -30,35 +30,35 @@ struct OptionSpec
 
 // Every option, in the order of the help.
 const OptionSpec kOptions[] = {
-    {L"port", ValueRequired, L"<name>", L"serial port to open (COM3, \\\\.\\COM10)", L""},
-    {L"baud", ValueRequired, L"<rate>", L"baud rate of the serial port", L"115200"},
-    {L"data", ValueRequired, L"<5-8>", L"data bits", L"8"},
-    {L"parity", ValueRequired, L"<none|odd|even|mark|space>", L"parity", L"none"},
-    {L"stop", ValueRequired, L"<1|1.5|2>", L"stop bits", L"1"},
-    {L"flow", ValueRequired, L"<none|rtscts|xonxoff>", L"flow control", L"none"},
-    {L"tcp", ValueRequired, L"<host:port>", L"connect to a TCP server", L""},
-    {L"listen", ValueRequired, L"<[host:]port>", L"TCP server: one connection at a time, the next one after it closes", L""},
-    {L"list", ValueNone, L"", L"list the serial ports of this machine and end", L""},
-    {L"echo", ValueNone, L"", L"be an echo device on the connection: every byte received is sent back", L""},
-    {L"send", ValueStep, L"<text>", L"send text; escapes \\r \\n \\t \\e \\0 \\\\ \\xNN", L""},
-    {L"hex", ValueStep, L"<bytes>", L"send bytes given in hexadecimal (\"0A 1B\")", L""},
-    {L"file", ValueStep, L"<path>", L"send the bytes of a file", L""},
-    {L"expect", ValueStep, L"<text>", L"wait until the device has sent this text (escapes as -send)", L""},
-    {L"expect-hex", ValueStep, L"<bytes>", L"wait until the device has sent these bytes", L""},
-    {L"timeout", ValueStep, L"<ms>", L"time limit of the expectations after it, and of connecting", L"5000"},
-    {L"wait", ValueStep, L"<ms>", L"show what arrives for this long", L""},
-    {L"view", ValueRequired, L"<text|hex|both>", L"traffic as text with control characters by name, as a hex dump, or both", L"text"},
-    {L"timestamps", ValueNone, L"", L"time stamp on every traffic line", L"off"},
-    {L"color", ValueRequired, L"<auto|always|never>", L"colours (the variable NO_COLOR also switches them off)", L"auto"},
-    {L"plain", ValueNone, L"", L"plain UTF-8 lines on standard output, for pipes", L"off"},
-    {L"eol", ValueRequired, L"<cr|lf|crlf>", L"what the Enter key sends", L"cr"},
-    {L"log", ValueRequired, L"<off|normal|verbose>", L"detail of the data log file", L"verbose"},
-    {L"logdir", ValueRequired, L"<folder>", L"folder of the data log files", L"Documents\\_Debug"},
-    {L"report", ValueRequired, L"<file.md>", L"write the session as Markdown", L""},
-    {L"reconnect", ValueOptional, L"[<count>]", L"when the connection is lost, try again with a growing pause, at most count times (0: until Ctrl+C)", L"off"},
-    {L"lang", ValueRequired, L"<en|de|file.lng>", L"language of the program's texts", L"the user's"},
-    {L"demo", ValueNone, L"", L"the demonstration against the built-in echo device (also without any option)", L""},
-    {L"help", ValueNone, L"", L"this help", L""},
+    {L"port", ValueRequired, L"<name>", TERM_TEXT(L"serial port to open (COM3, \\\\.\\COM10)"), L""},
+    {L"baud", ValueRequired, L"<rate>", TERM_TEXT(L"baud rate of the serial port"), L"115200"},
+    {L"data", ValueRequired, L"<5-8>", TERM_TEXT(L"data bits"), L"8"},
+    {L"parity", ValueRequired, L"<none|odd|even|mark|space>", TERM_TEXT(L"parity"), L"none"},
+    {L"stop", ValueRequired, L"<1|1.5|2>", TERM_TEXT(L"stop bits"), L"1"},
+    {L"flow", ValueRequired, L"<none|rtscts|xonxoff>", TERM_TEXT(L"flow control"), L"none"},
+    {L"tcp", ValueRequired, L"<host:port>", TERM_TEXT(L"connect to a TCP server"), L""},
+    {L"listen", ValueRequired, L"<[host:]port>", TERM_TEXT(L"TCP server: one connection at a time, the next one after it closes"), L""},
+    {L"list", ValueNone, L"", TERM_TEXT(L"list the serial ports of this machine and end"), L""},
+    {L"echo", ValueNone, L"", TERM_TEXT(L"be an echo device on the connection: every byte received is sent back"), L""},
+    {L"send", ValueStep, L"<text>", TERM_TEXT(L"send text (its escapes are listed below)"), L""},
+    {L"hex", ValueStep, L"<bytes>", TERM_TEXT(L"send bytes given in hexadecimal (\"0A 1B\")"), L""},
+    {L"file", ValueStep, L"<path>", TERM_TEXT(L"send the bytes of a file"), L""},
+    {L"expect", ValueStep, L"<text>", TERM_TEXT(L"wait until the device has sent this text (escapes as -send)"), L""},
+    {L"expect-hex", ValueStep, L"<bytes>", TERM_TEXT(L"wait until the device has sent these bytes"), L""},
+    {L"timeout", ValueStep, L"<ms>", TERM_TEXT(L"time limit of the expectations after it, and of connecting"), L"5000"},
+    {L"wait", ValueStep, L"<ms>", TERM_TEXT(L"show what arrives for this long"), L""},
+    {L"view", ValueRequired, L"<text|hex|both>", TERM_TEXT(L"traffic as text with control characters by name, as a hex dump, or both"), L"text"},
+    {L"timestamps", ValueNone, L"", TERM_TEXT(L"time stamp on every traffic line"), TERM_TEXT(L"off")},
+    {L"color", ValueRequired, L"<auto|always|never>", TERM_TEXT(L"colours (the variable NO_COLOR also switches them off)"), L"auto"},
+    {L"plain", ValueNone, L"", TERM_TEXT(L"plain UTF-8 lines on standard output, for pipes"), TERM_TEXT(L"off")},
+    {L"eol", ValueRequired, L"<cr|lf|crlf>", TERM_TEXT(L"what the Enter key sends"), L"cr"},
+    {L"log", ValueRequired, L"<off|normal|verbose>", TERM_TEXT(L"detail of the data log file"), L"verbose"},
+    {L"logdir", ValueRequired, L"<folder>", TERM_TEXT(L"folder of the data log files"), L"Documents\\_Debug"},
+    {L"report", ValueRequired, L"<file.md>", TERM_TEXT(L"write the session as Markdown"), L""},
+    {L"reconnect", ValueOptional, L"[<count>]", TERM_TEXT(L"when the connection is lost, try again with a growing pause, at most count times (0: until Ctrl+C)"), TERM_TEXT(L"off")},
+    {L"lang", ValueRequired, L"<en|de|file.lng>", TERM_TEXT(L"language of the program's texts"), TERM_TEXT(L"the user's")},
+    {L"demo", ValueNone, L"", TERM_TEXT(L"the demonstration against the built-in echo device (also without any option)"), L""},
+    {L"help", ValueNone, L"", TERM_TEXT(L"this help"), L""},
 };
 
 const OptionSpec* FindOption(const ustring& name)
@@ -414,6 +414,9 @@ void PrintHelp(CConsole& console)
                   L"  tavrin-term -listen 5000 -echo\r\n"
                   L"  tavrin-term                      " + Tr(L"(the demonstration)") + L"\r\n");
     console.Print(CConsoleBase::SeverityInfo, false, OptionsTable(), ustring());
+    console.Print(CConsoleBase::SeverityInfo, false,
+                  Tr(L"Escapes in the texts of -send and -expect:") +
+                      L" \\r (CR) \\n (LF) \\t (HT) \\e (ESC) \\0 (NUL) \\\\ (\\) \\xNN (" + Tr(L"the byte NN in hexadecimal") + L")\r\n");
     console.Print(CConsoleBase::SeverityInfo, false,
                   Tr(L"Steps (-send, -hex, -file, -expect, -expect-hex, -wait) run in the order given; then the program ends.") + L"\r\n" +
                   Tr(L"Without steps the console is interactive: keys go to the device, Ctrl+T then a key is a local command (Ctrl+T ? lists them), Ctrl+C ends.") + L"\r\n" +

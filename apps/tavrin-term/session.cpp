@@ -432,7 +432,7 @@ bool CSession::Command(wchar_t key, CKeyboard& keys)
     {
         const Options::EView next = static_cast<Options::EView>((m_View.GetView() + 1) % 3);
         m_View.SetView(next);
-        static const wchar_t* const names[] = {L"text", L"hex", L"both"};
+        static const wchar_t* const names[] = {TERM_TEXT(L"text"), TERM_TEXT(L"hex"), TERM_TEXT(L"both")};
         m_Output.Note(TrF(L"View: %ls", Tr(names[next]).c_str()));
         return true;
     }
@@ -568,9 +568,9 @@ CTable CSession::SessionTable(int exitCode) const
                                              TrF(L"%u of %u", m_Stats.nExpectationsMet, m_Stats.nExpectationsMet + m_Stats.nExpectationsFailed)});
     table.InsertRow(std::vector<ustring>{Tr(L"connections"), TrF(L"%u (%u attempts)", m_Stats.nConnections, m_Stats.nAttempts)});
     table.InsertRow(std::vector<ustring>{Tr(L"errors"), ustring::ui64toa(m_Stats.nErrors)});
-    static const wchar_t* const results[] = {L"every expectation met", L"an expectation not met in time",
-                                             L"connection failed or lost", L"bad command line", L"interrupted",
-                                             L"report not written"};
+    static const wchar_t* const results[] = {TERM_TEXT(L"every expectation met"), TERM_TEXT(L"an expectation not met in time"),
+                                             TERM_TEXT(L"connection failed or lost"), TERM_TEXT(L"bad command line"),
+                                             TERM_TEXT(L"interrupted"), TERM_TEXT(L"report not written")};
     table.InsertRow(std::vector<ustring>{Tr(L"result"), ustring::sprintf_stc(L"%d: ", exitCode) + Tr(results[exitCode])});
     ustring files;
     for (const ustring& path : m_LogFiles)

@@ -12,6 +12,10 @@ namespace term {
 using tavrin::ustring;
 typedef std::vector<unsigned char> Bytes;
 
+// Marks a text that is translated where it is used (tables of texts); the build's check of the
+// language files finds the texts by this mark, by Tr and by TrF.
+#define TERM_TEXT(text) text
+
 // The text in the user's language (the translator's table; the text itself when it has none).
 ustring Tr(const wchar_t* text);
 // printf-style text whose format is translated first (Microsoft wide formats: "%ls", "%I64u").

@@ -42,7 +42,6 @@ bool IsDigits(const ustring& text)
 } // namespace
 
 // ---------------------------------------------------------------------------------- serial port
-#if TERM_HAS_SERIAL
 
 CSerialTransport::CSerialTransport(const ustring& port, const Options& options)
     : m_strPort(port), m_Options(options), m_ReadOv(nullptr, TRUE, FALSE, nullptr),
@@ -71,9 +70,9 @@ ustring CSerialTransport::DeviceName(const ustring& port)
 ustring CSerialTransport::LogName() const
 {
     // CFile names the log file after the device name without the characters that file names
-    // may not hold.
+    // may not hold, and without dots.
     ustring name = DeviceName(m_strPort);
-    name.removeForbiddenSymbols(L"/\\:*?\"<>|");
+    name.removeForbiddenSymbols(L"/\\:*?\"<>|.");
     return name;
 }
 
@@ -275,8 +274,6 @@ ustring CSerialTransport::Hint(long error) const
         return Tr(L"The data log file shows every call that was made, with its result.");
     }
 }
-
-#endif
 
 // ---------------------------------------------------------------------------------------- TCP
 
@@ -534,11 +531,7 @@ ustring CTcpTransport::Hint(long error) const
 std::unique_ptr<CTransport> MakeTransport(const Options& options)
 {
     if (!options.strPort.empty())
-#if TERM_HAS_SERIAL
         return std::unique_ptr<CTransport>(new CSerialTransport(options.strPort, options));
-#else
-        throw CWinException(__LINE__, TAVRIN_WFILE, L"term::MakeTransport", ERROR_NOT_SUPPORTED);
-#endif
     if (!options.strTcp.empty())
         return std::unique_ptr<CTransport>(new CTcpTransport(options.strTcp, false));
     return std::unique_ptr<CTransport>(new CTcpTransport(options.strListen, true));

@@ -5,12 +5,7 @@
 
 #include "options.h"
 
-#if __has_include(<tavrin/comm/commport.h>)
 #include <tavrin/comm/commport.h>
-#define TERM_HAS_SERIAL 1
-#else
-#define TERM_HAS_SERIAL 0
-#endif
 #include <tavrin/comm/socket.h>
 #include <tavrin/core/object.h>
 
@@ -51,7 +46,6 @@ public:
     virtual ustring Hint(long error) const = 0;
 };
 
-#if TERM_HAS_SERIAL
 // Serial port (CCommPort, overlapped).
 class CSerialTransport : public CTransport
 {
@@ -84,7 +78,6 @@ private:
     unsigned char m_Buffer[4096];
     bool m_bReadPending;
 };
-#endif
 
 // TCP: a client that connects to host:port, or a server that accepts one client at a time.
 class CTcpTransport : public CTransport
