@@ -113,7 +113,8 @@ int RunDemoSession(const Options& base, CTermOutput& output, std::unique_ptr<CTr
     for (ustring& item : script)
     {
         argv.push_back(&item[0]);
-        const bool quote = item.find(L' ') != std::wstring::npos || item.find(L'*') != std::wstring::npos;
+        // Quoted where a shell would read the item otherwise.
+        const bool quote = item.find_first_not_of(L"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.:,@") != std::wstring::npos;
         shown += (shown.empty() ? L"" : L" ") + (quote ? L"\"" + item + L"\"" : item);
     }
     argv.push_back(nullptr);

@@ -241,10 +241,21 @@ void CTermOutput::Failure(const CStdException& e, const wchar_t* file, unsigned 
                            m_Transcript.GetNumberOfRows() - 1);
 }
 
-void CTermOutput::Table(const CTable& table, bool toReport)
+void CTermOutput::Table(const CTable& table, bool toReport, bool header)
 {
-    m_pConsole->Print(CConsoleBase::SeverityInfo, false, table, ustring(),
-                      toReport ? CConsoleBase::OutputAll : CConsoleBase::OutputConsole);
+    m_pConsole->Print(CConsoleBase::SeverityInfo, false, table, ustring(), CConsoleBase::OutputConsole);
+    if (!toReport)
+        return;
+    // The report's copy holds its cells literally: a step such as -expect "<OK>" stays text.
+    CTable literal(header, CTable::BorderSingle, table.GetCaption());
+    for (unsigned int row = 0; row < table.GetNumberOfRows(); ++row)
+    {
+        std::vector<TableItem> items = table.GetRow(row);
+        for (TableItem& item : items)
+            item.m_strText = MarkdownLiteral(item.m_strText);
+        literal.InsertRow(items);
+    }
+    m_pConsole->Print(CConsoleBase::SeverityInfo, false, literal, ustring(), CConsoleBase::OutputMarkdown);
 }
 
 void CTermOutput::ReportHeading(const ustring& text, ConsoleFont::EBold level)
@@ -255,8 +266,8 @@ void CTermOutput::ReportHeading(const ustring& text, ConsoleFont::EBold level)
 
 void CTermOutput::PrintTranscriptToReport()
 {
-    ReportHeading(Tr(L"Transcript"), ConsoleFont::BoldHeading2);
-    m_pConsole->Print(CConsoleBase::SeverityInfo, false, m_Transcript, L" ", CConsoleBase::OutputMarkdown);
+    ReportHeading(Tr(L"Transcript"), ConsoleFont::BoldHeading3);
+    m_pConsole->Print(CConsoleBase::SeverityInfo, false, m_Transcript, ustring(), CConsoleBase::OutputMarkdown);
 }
 
 bool CTermOutput::WriteReport(const ustring& path, ustring& error)

@@ -72,8 +72,9 @@ public:
                  const std::vector<tavrin::ustring>& detail);
     // The exception block of the library, then a one-line hint; both kept for the report.
     void Failure(const tavrin::CStdException& e, const wchar_t* file, unsigned int line, const tavrin::ustring& hint);
-    // A table on the console and, when `toReport`, in the report.
-    void Table(const tavrin::CTable& table, bool toReport);
+    // A table on the console and, when `toReport`, in the report (`header`: its first row is
+    // the header, as the table was made).
+    void Table(const tavrin::CTable& table, bool toReport, bool header = true);
     // A heading in the report only.
     void ReportHeading(const tavrin::ustring& text, tavrin::ConsoleFont::EBold level);
 

@@ -460,7 +460,7 @@ bool CSession::Command(wchar_t key, CKeyboard& keys)
     case L'S':
         m_View.Flush();
         m_Output.Table(StatisticsTable(), false);
-        m_Output.Table(SessionTable(ExitOk), false);
+        m_Output.Table(SessionTable(ExitOk), false, false);
         return true;
     case L'f':
     case L'F':
@@ -586,13 +586,14 @@ void CSession::PrintSummary(int exitCode)
     if (m_Expectations.GetNumberOfRows() > 1)
         m_Output.Table(m_Expectations, true);
     m_Output.Table(StatisticsTable(), true);
-    m_Output.Table(SessionTable(exitCode), true);
+    m_Output.Table(SessionTable(exitCode), true, false);
 }
 
 int CSession::Run()
 {
     m_Started = CSystemTime::GetLocalTime();
     m_Output.StartTranscript();
+    m_Output.ReportHeading(m_Options.Describe(), ConsoleFont::BoldHeading2);
     int code = ExitConnection;
     if (Connect(false))
     {
