@@ -197,6 +197,16 @@ int wmain(int argc, wchar_t** argv, wchar_t** envp)
     Options options;
     ustring error;
     const bool parsed = ParseOptions(argc, argv, envp, options, error);
+    if (!parsed)
+    {
+        // A command line that cannot be read still says how its errors should look.
+        const CCommandLineParser parser(argv, envp);
+        bool flag = false;
+        options.bPlain = parser.GetVariable(CCommandLineParser::CommandLineParameter, L"plain", flag, true);
+        ustring ignored;
+        if (parser.GetVariable(CCommandLineParser::EnvironmentVariable, L"NO_COLOR", ignored))
+            options.eColor = Options::ColorNever;
+    }
     CTermOutput output(options);
     if (!languageLoaded)
         output.Message(CConsoleBase::SeverityWarning,
@@ -209,7 +219,7 @@ int wmain(int argc, wchar_t** argv, wchar_t** envp)
     }
     if (options.bHelp)
     {
-        PrintHelp(output.Console());
+        PrintHelp(output.Console(), output.TableStyle());
         return ExitOk;
     }
     if (options.bList)

@@ -388,9 +388,9 @@ bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, us
     return true;
 }
 
-CTable OptionsTable()
+CTable OptionsTable(CTable::EBorderStyle style)
 {
-    CTable table(true, CTable::BorderSingle, Tr(L"Options"));
+    CTable table(true, style, Tr(L"Options"));
     table.SetMaxColumnWidth(60);
     table.InsertRow(std::vector<ustring>{Tr(L"option"), Tr(L"meaning"), Tr(L"default")});
     for (const OptionSpec& spec : kOptions)
@@ -403,7 +403,7 @@ CTable OptionsTable()
     return table;
 }
 
-void PrintHelp(CConsole& console)
+void PrintHelp(CConsole& console, CTable::EBorderStyle style)
 {
     console.Print(ConsoleFont::BoldFont(ConsoleFont::Bold), CConsoleBase::SeverityInfo, false,
                   Tr(L"tavrin-term: a console for devices on a serial port or TCP that logs every byte") + L"\r\n");
@@ -413,7 +413,7 @@ void PrintHelp(CConsole& console)
                   L"  tavrin-term -tcp 192.168.1.20:5000 -send \"*IDN?\\r\\n\" -expect \"\\r\\n\" -timeout 2000\r\n"
                   L"  tavrin-term -listen 5000 -echo\r\n"
                   L"  tavrin-term                      " + Tr(L"(the demonstration)") + L"\r\n");
-    console.Print(CConsoleBase::SeverityInfo, false, OptionsTable(), ustring());
+    console.Print(CConsoleBase::SeverityInfo, false, OptionsTable(style), ustring());
     console.Print(CConsoleBase::SeverityInfo, false,
                   Tr(L"Escapes in the texts of -send and -expect:") +
                       L" \\r (CR) \\n (LF) \\t (HT) \\e (ESC) \\0 (NUL) \\\\ (\\) \\xNN (" + Tr(L"the byte NN in hexadecimal") + L")\r\n");

@@ -65,8 +65,8 @@ struct Options
 bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, ustring& error);
 
 // The -help text: usage lines and the table of options.
-void PrintHelp(tavrin::CConsole& console);
+void PrintHelp(tavrin::CConsole& console, tavrin::CTable::EBorderStyle style);
 // The table of options (option, meaning, default), translated.
-tavrin::CTable OptionsTable();
+tavrin::CTable OptionsTable(tavrin::CTable::EBorderStyle style);
 
 } // namespace term
