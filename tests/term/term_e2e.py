@@ -432,7 +432,11 @@ class Term(unittest.TestCase):
         peer = TcpPeer(lambda buffer: (buffer.upper(), b"") if buffer.endswith(b"\r") else (b"", buffer))
         rc_file = os.path.join(self.work, "rc")
         socket_name = "tavrin-term-test-%d" % os.getpid()
-        command = (f"cd '{BIN}' && '{WINE}' ./tavrin-term.exe -tcp 127.0.0.1:{peer.port} -logdir '{windows_path(self.logs)}'"
+        report = os.path.join(self.work, "interactive.md")
+        # Ctrl+C reaches the whole foreground group: the shell around the program outlives it to
+        # record the exit code.
+        command = (f"trap true INT; cd '{BIN}' && '{WINE}' ./tavrin-term.exe -tcp 127.0.0.1:{peer.port} -logdir '{windows_path(self.logs)}'"
+                   f" -report '{windows_path(report)}'"
                    f"; echo $? > '{rc_file}'; sleep 60")
         env_exports = " ".join(f"{k}='{v}'" for k, v in os.environ.items()
                                if k in ("WINEPREFIX", "WINEDEBUG", "WINEARCH", "WINEDLLOVERRIDES", "WINEDLLPATH", "PATH",
@@ -472,7 +476,9 @@ class Term(unittest.TestCase):
             wait_screen(r"RX 5A 0D")
             keys("C-t", "s")                   # statistics
             wait_screen(r"bytes\s*.\s*8\s*.\s*8")
-            keys("C-t", "q")                   # quit
+            keys("C-t", "?")                   # the list of commands
+            wait_screen(r"q quit, \? this list")
+            keys("C-c")                        # ends the session: log files complete, report written
             self.assertTrue(wait_for_file(rc_file, 30), screen())
             time.sleep(0.2)
             with open(rc_file) as f:
@@ -486,6 +492,9 @@ class Term(unittest.TestCase):
         records = parse_log(logs[0])
         self.assertEqual(b"hello\rZ\r", b"".join(data_records(records, "WRITE")))
         self.assertEqual(b"HELLO\rZ\r", b"".join(data_records(records, "READ")))
+        html = self.render(report)
+        self.assertIn("<td align=\"center\">HELLO", html)
+        self.assertIn("0: every expectation met", html)
 
     # -------------------------------------------------------------------------- command line, texts
 
