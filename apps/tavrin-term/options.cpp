@@ -69,17 +69,17 @@ const OptionSpec* FindOption(const ustring& name)
     return nullptr;
 }
 
-// The name of an option item ("-port", "/port", "--port"), as CCommandLineParser reads it.
+// The name of an option item ("-port", "/port", "--port"), by CCommandLineParser's own rule.
 bool OptionName(const wchar_t* item, ustring& name)
 {
     name.clear();
-    if (item == nullptr || (item[0] != L'-' && item[0] != L'/') || item[1] == L'\0')
+    wchar_t* argv[] = {const_cast<wchar_t*>(L"tavrin-term"), const_cast<wchar_t*>(item), nullptr};
+    wchar_t* envp[] = {nullptr};
+    CCommandLineParser::VariableMap names;
+    if (item == nullptr || !CCommandLineParser(argv, envp).GetAllVariables(CCommandLineParser::CommandLineParameter, names) ||
+        names.size() != 1)
         return false;
-    const wchar_t* start = item + ((item[0] == L'-' && item[1] == L'-') ? 2 : 1);
-    for (const wchar_t* p = start; *p; ++p)
-        if (!std::iswgraph(*p) && *p != L'?')
-            return false;
-    name = start;
+    name = names.begin()->first;
     return true;
 }
 

@@ -4,6 +4,7 @@
 #include <tavrin/log/logfile.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 using namespace tavrin;
@@ -325,6 +326,22 @@ CSession::EWake CSession::Pump(unsigned int timeoutMs, CKeyboard* keys)
     }
 }
 
+int CSession::PumpUntil(unsigned int timeoutMs, const std::function<bool()>& done, __int64& elapsed)
+{
+    CStopWatch waited;
+    for (;;)
+    {
+        elapsed = waited.GetElapsedTime().GetTimeSpan();
+        if (done() || elapsed >= timeoutMs)
+            return ExitOk;
+        const EWake wake = Pump(static_cast<unsigned int>(timeoutMs - elapsed), nullptr);
+        if (wake == WakeStop)
+            return ExitInterrupted;
+        if (wake == WakeLost)
+            return ExitConnection;
+    }
+}
+
 int CSession::RunScript()
 {
     for (const Step& step : m_Options.steps)
@@ -335,63 +352,40 @@ int CSession::RunScript()
                 return Stopped() ? ExitInterrupted : ExitConnection;
             continue;
         }
+        // A wait shows what comes; an expectation's bytes may have come already, or come in time.
+        bool met = false;
+        __int64 elapsed = 0;
+        const int code = PumpUntil(step.nTimeoutMs, [&] { return met = step.eKind == Step::Expect && m_Received.Consume(step.bytes); },
+                                   elapsed);
+        m_View.Flush();
+        if (code != ExitOk)
+            return code;
         if (step.eKind == Step::Wait)
-        {
-            CStopWatch waited;
-            for (;;)
-            {
-                const __int64 elapsed = waited.GetElapsedTime().GetTimeSpan();
-                if (elapsed >= step.nTimeoutMs)
-                    break;
-                const EWake wake = Pump(static_cast<unsigned int>(step.nTimeoutMs - elapsed), nullptr);
-                if (wake == WakeStop)
-                    return ExitInterrupted;
-                if (wake == WakeLost)
-                    return ExitConnection;
-            }
-            m_View.Flush();
             continue;
-        }
-        // An expectation: the bytes may have come already, or come within its time.
-        CStopWatch waited;
-        for (;;)
+        if (!met)
         {
-            if (m_Received.Consume(step.bytes))
-            {
-                m_View.Flush();
-                ++m_Stats.nExpectationsMet;
-                ustring after = Tr(L"at once");
-                if (m_bSent)
-                {
-                    const __int64 roundTrip = m_SinceSend.GetElapsedTime().GetTimeSpan();
-                    m_Stats.AddRoundTrip(roundTrip);
-                    after = FormatMilliseconds(roundTrip);
-                    m_bSent = false;
-                }
-                m_Output.Message(CConsoleBase::SeverityInfo, TrF(L"Expectation met: %ls (%ls)", step.strSource.c_str(), after.c_str()));
-                m_Expectations.InsertRow(std::vector<ustring>{step.strSource, Tr(L"met"), after});
-                break;
-            }
-            const __int64 elapsed = waited.GetElapsedTime().GetTimeSpan();
-            if (elapsed >= step.nTimeoutMs)
-            {
-                m_View.Flush();
-                ++m_Stats.nExpectationsFailed;
-                ++m_Stats.nErrors;
-                m_Output.Message(CConsoleBase::SeverityError,
-                                 TrF(L"Expectation not met within %u ms: %ls", step.nTimeoutMs, step.strSource.c_str()));
-                if (m_Received.Size() > 0)
-                    m_Output.Message(CConsoleBase::SeverityWarning,
-                                     TrF(L"Received instead: %ls", BytesToDisplay(m_Received.Data()).c_str()));
-                m_Expectations.InsertRow(std::vector<ustring>{step.strSource, Tr(L"not met"), FormatMilliseconds(elapsed)});
-                return ExitExpectation;
-            }
-            const EWake wake = Pump(static_cast<unsigned int>(step.nTimeoutMs - elapsed), nullptr);
-            if (wake == WakeStop)
-                return ExitInterrupted;
-            if (wake == WakeLost)
-                return ExitConnection;
+            ++m_Stats.nExpectationsFailed;
+            ++m_Stats.nErrors;
+            m_Output.Message(CConsoleBase::SeverityError,
+                             TrF(L"Expectation not met within %u ms: %ls", step.nTimeoutMs, step.strSource.c_str()));
+            if (m_Received.Size() > 0)
+                m_Output.Message(CConsoleBase::SeverityWarning,
+                                 TrF(L"Received instead: %ls", BytesToDisplay(m_Received.Data()).c_str()));
+            m_Expectations.InsertRow(std::vector<ustring>{step.strSource, Tr(L"not met"), FormatMilliseconds(elapsed)});
+            return ExitExpectation;
         }
+        ++m_Stats.nExpectationsMet;
+        ustring after = Tr(L"at once");
+        if (m_bSent)
+        {
+            // The round trip: from the end of the last send to the arrival that completed the match.
+            const __int64 roundTrip = m_SinceSend.GetElapsedTime().GetTimeSpan();
+            m_Stats.AddRoundTrip(roundTrip);
+            after = FormatMilliseconds(roundTrip);
+            m_bSent = false;
+        }
+        m_Output.Message(CConsoleBase::SeverityInfo, TrF(L"Expectation met: %ls (%ls)", step.strSource.c_str(), after.c_str()));
+        m_Expectations.InsertRow(std::vector<ustring>{step.strSource, Tr(L"met"), after});
     }
     m_View.Flush();
     return ExitOk;

@@ -9,6 +9,7 @@
 
 #include <tavrin/core/thread.h>
 
+#include <functional>
 #include <memory>
 
 namespace term {
@@ -66,6 +67,9 @@ private:
     // False when the connection failed (and was not restored) or the session was stopped.
     bool Send(const Bytes& data);
 
+    // Pumps until `done` holds or `timeoutMs` have passed (`elapsed` tells how long it took);
+    // ExitOk, or the exit code of a stop or of a connection lost for good.
+    int PumpUntil(unsigned int timeoutMs, const std::function<bool()>& done, __int64& elapsed);
     int RunScript();
     int RunInteractive();
     int RunMonitor();
