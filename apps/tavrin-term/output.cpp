@@ -137,7 +137,7 @@ ustring FormatTime(const CSystemTime& time)
 
 CTermOutput::CTermOutput(const Options& options)
     : m_hPlainOut(INVALID_HANDLE_VALUE), m_Transcript(true, CTable::BorderSingle),
-      m_bTimestamps(options.bTimestamps)
+      m_nTranscriptOmitted(0), m_bTimestamps(options.bTimestamps)
 {
     CTermConsole::EStyle style = CTermConsole::StyleColor;
     if (options.bPlain)
@@ -153,6 +153,7 @@ CTermOutput::CTermOutput(const Options& options)
 void CTermOutput::StartTranscript()
 {
     m_Transcript.Clear();
+    m_nTranscriptOmitted = 0;
     m_Transcript.InsertRow(std::vector<ustring>{Tr(L"time"), Tr(L"way"), Tr(L"data or event")});
 }
 
@@ -181,6 +182,17 @@ const wchar_t* CTermOutput::MarkText(EMark mark)
 
 void CTermOutput::AddTranscriptRow(EMark mark, const CSystemTime& time, const ustring& text)
 {
+    // The console keeps a copy of everything printed in the capture string; nothing here reads
+    // it, and a long session must not grow it without end.
+    {
+        CLocker<CCriticalSection> lock(&m_pConsole->CriticalSection());
+        m_strCapture.clear();
+    }
+    if (m_Transcript.GetNumberOfRows() > kMaxTranscriptRows)
+    {
+        ++m_nTranscriptOmitted;
+        return;
+    }
     // Cells are literal: "<CR>" must not become an HTML tag of the rendered report.
     m_Transcript.InsertRow(std::vector<ustring>{FormatTime(time), MarkText(mark), MarkdownLiteral(text)});
 }
@@ -227,18 +239,14 @@ void CTermOutput::Traffic(EMark mark, const CSystemTime& time, const ustring& te
 
 void CTermOutput::Failure(const CStdException& e, const wchar_t* file, unsigned int line, const ustring& hint)
 {
-    CConsoleOnly console(*m_pConsole);
-    e.ReportErrorConsole(console, file, line);
-    Message(CConsoleBase::SeverityWarning, hint);
-
     const CStdException::CExInfo info(e);
     ustring message(info.GetErrorMessage());
     message.trim({L' ', L'\r', L'\n', L'.'});
-    ustring row = message + L" (" + info.GetFunction() + L", " + info.GetErrorCodeStr() + L")";
-    const CSystemTime now = CSystemTime::GetLocalTime();
-    // The hint was added by Message above; the failure itself goes in front of it.
-    m_Transcript.InsertRow(std::vector<ustring>{FormatTime(now), MarkText(MarkError), MarkdownLiteral(row)},
-                           m_Transcript.GetNumberOfRows() - 1);
+    AddTranscriptRow(MarkError, CSystemTime::GetLocalTime(),
+                     message + L" (" + info.GetFunction() + L", " + info.GetErrorCodeStr() + L")");
+    CConsoleOnly console(*m_pConsole);
+    e.ReportErrorConsole(console, file, line);
+    Message(CConsoleBase::SeverityWarning, hint);
 }
 
 void CTermOutput::Table(const CTable& table, bool toReport, bool header)
@@ -266,6 +274,8 @@ void CTermOutput::ReportHeading(const ustring& text, ConsoleFont::EBold level)
 
 void CTermOutput::PrintTranscriptToReport()
 {
+    if (m_nTranscriptOmitted > 0)
+        m_Transcript.InsertRow(std::vector<ustring>{L"", L"--", TrF(L"%u more lines: the data log file has them all", m_nTranscriptOmitted)});
     ReportHeading(Tr(L"Transcript"), ConsoleFont::BoldHeading3);
     m_pConsole->Print(CConsoleBase::SeverityInfo, false, m_Transcript, ustring(), CConsoleBase::OutputMarkdown);
 }

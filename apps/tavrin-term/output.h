@@ -78,6 +78,10 @@ public:
     // A heading in the report only.
     void ReportHeading(const tavrin::ustring& text, tavrin::ConsoleFont::EBold level);
 
+    // The report's transcript keeps the first lines of a session; a flood of traffic is the data
+    // log file's business, not the memory's.
+    static const unsigned int kMaxTranscriptRows = 2000;
+
     // Writes the report: headings and tables written so far, the transcript and then `closing`
     // (tables for the end of the report). False, with `error`, when the file cannot be written.
     bool WriteReport(const tavrin::ustring& path, tavrin::ustring& error);
@@ -99,6 +103,7 @@ private:
     HANDLE m_hPlainOut;
     std::unique_ptr<CTermConsole> m_pConsole;
     tavrin::CTable m_Transcript;
+    unsigned int m_nTranscriptOmitted; // lines past kMaxTranscriptRows, left to the data log file
     bool m_bTimestamps;
 };
 

@@ -254,6 +254,23 @@ class Term(unittest.TestCase):
                           ("TX", "&lt;STX&gt;A&lt;ETX&gt;"), ("RX", "&lt;ACK&gt;")], rows)
         self.assertIn("3 of 3", html)
 
+    def test_a_flood_is_logged_completely_and_the_report_stays_small(self):
+        flood = bytes((i * 7) % 256 for i in range(1 << 20)) + b"<END>"
+        peer = TcpPeer(line_reply({b"DUMP\r\n": flood}))
+        report = os.path.join(self.work, "flood.md")
+        code, out, err, seconds = run_term(["-tcp", f"127.0.0.1:{peer.port}", "-plain", "-logdir", windows_path(self.logs),
+                                            "-report", windows_path(report), "-send", "DUMP\r\n", "-expect", "<END>",
+                                            "-timeout", "60000"], timeout=120)
+        peer.join()
+        self.assertEqual(0, code, out[-2000:])
+        records = parse_log(self.log_files()[0])
+        self.assertEqual(flood, b"".join(data_records(records, "READ")))
+        with open(report, encoding="utf-8") as f:
+            markdown = f.read()
+        self.assertLess(len(markdown), 3 << 20)
+        self.assertRegex(markdown, r"\| -- \| [0-9,.]+ more lines: the data log file has them all \|")
+        self.assertIn(("RX", ), {(line[:2],) for line in self.traffic(out)})
+
     def test_expectation_that_times_out(self):
         peer = TcpPeer(line_reply({b"STATUS\r\n": b"BUSY\r\n"}))
         code, out, err, seconds = run_term(["-tcp", f"127.0.0.1:{peer.port}", "-plain", "-logdir", windows_path(self.logs),
