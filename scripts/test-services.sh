@@ -33,7 +33,7 @@ TAVRIN_TEST_COM_NUMBERS="99 100 101 102"
 serial_port_loop() {
   set +e
   local dir=$1 n=$2 pid=""
-  trap '[ -n "$pid" ] && kill "$pid" 2>/dev/null && wait "$pid"; exit 0' TERM
+  trap '[ -n "$pid" ] && kill "$pid" 2>/dev/null && wait "$pid"; rm -f "$dir/peer$n.pid"; exit 0' TERM
   while :; do
     rm -f "$dir/com$n" "$dir/peer$n" "$dir/peer$n.pid"
     socat pty,link="$dir/com$n",rawer pty,link="$dir/peer$n",rawer &

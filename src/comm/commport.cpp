@@ -43,23 +43,25 @@ struct MaskName
 
 // The tables keep the order in which the names are shown, which is not the order of the bits.
 const MaskName kCommErrors[] = {
-    {CE_BREAK, L"CE_BREAK"}, {CE_FRAME, L"CE_FRAME"}, {CE_OVERRUN, L"CE_OVERRUN"},
+    {CE_BREAK, L"CE_BREAK"},   {CE_FRAME, L"CE_FRAME"},       {CE_OVERRUN, L"CE_OVERRUN"},
     {CE_RXOVER, L"CE_RXOVER"}, {CE_RXPARITY, L"CE_RXPARITY"},
 };
 const MaskName kEventMask[] = {
-    {EV_RXCHAR, L"EV_RXCHAR"}, {EV_RXFLAG, L"EV_RXFLAG"},     {EV_TXEMPTY, L"EV_TXEMPTY"}, {EV_CTS, L"EV_CTS"},
-    {EV_DSR, L"EV_DSR"},       {EV_RLSD, L"EV_RLSD"},         {EV_BREAK, L"EV_BREAK"},     {EV_ERR, L"EV_ERR"},
-    {EV_RING, L"EV_RING"},     {EV_PERR, L"EV_PERR"},         {EV_RX80FULL, L"EV_RX80FULL"}, {EV_EVENT1, L"EV_EVENT1"},
+    {EV_RXCHAR, L"EV_RXCHAR"}, {EV_RXFLAG, L"EV_RXFLAG"}, {EV_TXEMPTY, L"EV_TXEMPTY"},   {EV_CTS, L"EV_CTS"},
+    {EV_DSR, L"EV_DSR"},       {EV_RLSD, L"EV_RLSD"},     {EV_BREAK, L"EV_BREAK"},       {EV_ERR, L"EV_ERR"},
+    {EV_RING, L"EV_RING"},     {EV_PERR, L"EV_PERR"},     {EV_RX80FULL, L"EV_RX80FULL"}, {EV_EVENT1, L"EV_EVENT1"},
     {EV_EVENT2, L"EV_EVENT2"},
 };
 const MaskName kModemStatus[] = {
-    {MS_CTS_ON, L"CTS"}, {MS_DSR_ON, L"DSR"}, {MS_RING_ON, L"RING"}, {MS_RLSD_ON, L"RLSD"},
+    {MS_CTS_ON, L"CTS"},
+    {MS_DSR_ON, L"DSR"},
+    {MS_RING_ON, L"RING"},
+    {MS_RLSD_ON, L"RLSD"},
 };
 
 // Walks a table in its order. `marks` false: the names of the set bits joined by "|".
 // `marks` true: every name, joined by ", ", each followed by "[x]" (set) or "[_]" (clear).
-template <std::size_t N>
-ustring DescribeBits(const MaskName (&table)[N], DWORD value, bool marks)
+template <std::size_t N> ustring DescribeBits(const MaskName (&table)[N], DWORD value, bool marks)
 {
     ustring text;
     for (const MaskName& entry : table)
@@ -105,9 +107,7 @@ unsigned int CharCode(char c)
 
 // ---------------------------------------------------------------- construction and opening
 
-CCommPort::CCommPort()
-{
-}
+CCommPort::CCommPort() {}
 
 CCommPort::CCommPort(const wchar_t* name, DWORD flagsAndAttributes)
     : CFile(name, kPortAccess, kPortShare, nullptr, kPortCreation, flagsAndAttributes, nullptr, eLoggingModeOff,
@@ -115,9 +115,7 @@ CCommPort::CCommPort(const wchar_t* name, DWORD flagsAndAttributes)
 {
 }
 
-CCommPort::~CCommPort()
-{
-}
+CCommPort::~CCommPort() {}
 
 void CCommPort::Open(const wchar_t* name, DWORD flagsAndAttributes)
 {
@@ -132,10 +130,9 @@ void CCommPort::SetupComm(DWORD inQueue, DWORD outQueue)
     if (!::SetupComm(GetHandle(), inQueue, outQueue))
     {
         const DWORD err = ::GetLastError();
-        ThrowLoggedWinError(LogChannel(GetHandle()), false, kLineSetupComm, TAVRIN_WFILE, L"SetupComm",
-                            static_cast<long>(err),
-                            L"SetupComm(DWORD dwInQueue=%u, DWORD dwOutQueue=%u) failed. GetLastError()=%u.", inQueue,
-                            outQueue, err);
+        ThrowLoggedWinError(
+            LogChannel(GetHandle()), false, kLineSetupComm, TAVRIN_WFILE, L"SetupComm", static_cast<long>(err),
+            L"SetupComm(DWORD dwInQueue=%u, DWORD dwOutQueue=%u) failed. GetLastError()=%u.", inQueue, outQueue, err);
     }
     LogChannelText(LogChannel(GetHandle()), false, L"SetupComm(DWORD dwInQueue=%u, DWORD dwOutQueue=%u) succeeded.",
                    inQueue, outQueue);
@@ -211,13 +208,12 @@ void CCommPort::GetCommProperties(COMMPROP& prop) const
     if (!::GetCommProperties(GetHandle(), &prop))
     {
         const DWORD err = ::GetLastError();
-        ThrowLoggedWinError(LogChannel(GetHandle()), false, kLineGetCommProperties, TAVRIN_WFILE,
-                            L"GetCommProperties", static_cast<long>(err),
-                            L"GetCommProperties() failed. GetLastError()=%u.", err);
+        ThrowLoggedWinError(LogChannel(GetHandle()), false, kLineGetCommProperties, TAVRIN_WFILE, L"GetCommProperties",
+                            static_cast<long>(err), L"GetCommProperties() failed. GetLastError()=%u.", err);
     }
     const ustring text = COMMPROP2MultiString(prop);
-    LogChannelText(LogChannel(GetHandle()), false, L"GetCommProperties(LPCOMMPROP lpCommProp) succeeded. *lpCommProp = %ls",
-                   text.c_str());
+    LogChannelText(LogChannel(GetHandle()), false,
+                   L"GetCommProperties(LPCOMMPROP lpCommProp) succeeded. *lpCommProp = %ls", text.c_str());
 }
 
 void CCommPort::GetCommState(DCB& dcb) const
@@ -240,10 +236,9 @@ void CCommPort::SetCommState(const DCB& dcb)
     {
         const DWORD err = ::GetLastError();
         const ustring text = DCB2MultiString(dcb);
-        ThrowLoggedWinError(LogChannel(GetHandle()), false, kLineSetCommState, TAVRIN_WFILE, L"SetCommState",
-                            static_cast<long>(err),
-                            L"SetCommState(LPDCB lpDCB) failed. GetLastError()=%u. *lpDCB = %ls\r\n", err,
-                            text.c_str());
+        ThrowLoggedWinError(
+            LogChannel(GetHandle()), false, kLineSetCommState, TAVRIN_WFILE, L"SetCommState", static_cast<long>(err),
+            L"SetCommState(LPDCB lpDCB) failed. GetLastError()=%u. *lpDCB = %ls\r\n", err, text.c_str());
     }
     const ustring text = DCB2MultiString(dcb);
     LogChannelText(LogChannel(GetHandle()), false, L"SetCommState(LPDCB lpDCB) succeeded. *lpDCB = %ls", text.c_str());
@@ -304,9 +299,9 @@ void CCommPort::GetCommTimeouts(COMMTIMEOUTS& timeouts)
                             static_cast<long>(err), L"GetCommTimeouts() failed. GetLastError()=%u.", err);
     }
     LogChannelText(LogChannel(GetHandle()), false,
-                   L"GetCommTimeouts(LPCOMMTIMEOUTS lpCommTimeouts) succeeded.\r\n*lpCommTimeouts={ReadIntervalTimeout=%u,"
-                   L"ReadTotalTimeoutMultiplier=%u,ReadTotalTimeoutConstant=%u,WriteTotalTimeoutMultiplier=%u,"
-                   L"WriteTotalTimeoutConstant=%u}.",
+                   L"GetCommTimeouts(LPCOMMTIMEOUTS lpCommTimeouts) succeeded.\r\n"
+                   L"*lpCommTimeouts={ReadIntervalTimeout=%u,ReadTotalTimeoutMultiplier=%u,ReadTotalTimeoutConstant=%u,"
+                   L"WriteTotalTimeoutMultiplier=%u,WriteTotalTimeoutConstant=%u}.",
                    timeouts.ReadIntervalTimeout, timeouts.ReadTotalTimeoutMultiplier, timeouts.ReadTotalTimeoutConstant,
                    timeouts.WriteTotalTimeoutMultiplier, timeouts.WriteTotalTimeoutConstant);
 }
@@ -437,24 +432,23 @@ ustring CCommPort::COMSTAT2MultiString(const COMSTAT& stat)
 
 ustring CCommPort::COMMPROP2MultiString(const COMMPROP& prop)
 {
-    return ustring::sprintf_stc(L"\r\n{\r\n"
-                                L"  dwMaxTxQueue        = %u;\r\n"
-                                L"  dwMaxRxQueue        = %u;\r\n"
-                                L"  dwMaxBaud           = 0x%X;\r\n"
-                                L"  dwProvSubType       = %u;\r\n"
-                                L"  dwProvCapabilities  = 0x%X;\r\n"
-                                L"  dwSettableParams    = 0x%X;\r\n"
-                                L"  dwSettableBaud      = 0x%X;\r\n"
-                                L"  wSettableData       = 0x%X;\r\n"
-                                L"  wSettableStopParity = 0x%X;\r\n"
-                                L"  dwCurrentTxQueue    = %u;\r\n"
-                                L"  dwCurrentRxQueue    = %u;\r\n"
-                                L"}",
-                                prop.dwMaxTxQueue, prop.dwMaxRxQueue, prop.dwMaxBaud, prop.dwProvSubType,
-                                prop.dwProvCapabilities, prop.dwSettableParams, prop.dwSettableBaud,
-                                static_cast<unsigned int>(prop.wSettableData),
-                                static_cast<unsigned int>(prop.wSettableStopParity), prop.dwCurrentTxQueue,
-                                prop.dwCurrentRxQueue);
+    return ustring::sprintf_stc(
+        L"\r\n{\r\n"
+        L"  dwMaxTxQueue        = %u;\r\n"
+        L"  dwMaxRxQueue        = %u;\r\n"
+        L"  dwMaxBaud           = 0x%X;\r\n"
+        L"  dwProvSubType       = %u;\r\n"
+        L"  dwProvCapabilities  = 0x%X;\r\n"
+        L"  dwSettableParams    = 0x%X;\r\n"
+        L"  dwSettableBaud      = 0x%X;\r\n"
+        L"  wSettableData       = 0x%X;\r\n"
+        L"  wSettableStopParity = 0x%X;\r\n"
+        L"  dwCurrentTxQueue    = %u;\r\n"
+        L"  dwCurrentRxQueue    = %u;\r\n"
+        L"}",
+        prop.dwMaxTxQueue, prop.dwMaxRxQueue, prop.dwMaxBaud, prop.dwProvSubType, prop.dwProvCapabilities,
+        prop.dwSettableParams, prop.dwSettableBaud, static_cast<unsigned int>(prop.wSettableData),
+        static_cast<unsigned int>(prop.wSettableStopParity), prop.dwCurrentTxQueue, prop.dwCurrentRxQueue);
 }
 
 // The one description of event masks: the port's own, and the log file's for completed waits.

@@ -1,4 +1,4 @@
-// CCommPort::EnumPorts: the serial ports that the system publishes.
+// CCommPort::EnumCommPorts: the serial ports that the system publishes.
 //
 // Windows publishes a serial port in two places: its driver writes the device map
 // (HKLM\HARDWARE\DEVICEMAP\SERIALCOMM, value "\Device\SerialN" = "COMn") and links the DOS
@@ -195,7 +195,7 @@ private:
 
 } // namespace
 
-std::vector<CCommPort::COMM_PORT_INFO> CCommPort::EnumPorts()
+std::vector<CCommPort::COMM_PORT_INFO> CCommPort::EnumCommPorts()
 {
     PortList ports;
     ReadDeviceMap(ports);

@@ -10,19 +10,16 @@
 
 using namespace tavrin;
 using namespace commtest;
-using logtest::CServerSetup;
-using logtest::CTempFolder;
-using logtest::Events;
-using logtest::OnlyLogFile;
 using tavrintest::CatchWinException;
 
 namespace {
 
-bool EndsWith(const ustring& text, const wchar_t* tail)
+// The file name and extension of a path.
+ustring NameOf(const ustring& path)
 {
-    const std::size_t length = std::wcslen(tail);
-    return text.size() >= length &&
-           static_cast<const std::wstring&>(text).compare(text.size() - length, length, tail) == 0;
+    ustring drive, dir, name, ext;
+    CFile::SplitPath(path, drive, dir, name, ext);
+    return name + ext;
 }
 
 std::string Format(const char* format, ...)
@@ -36,6 +33,11 @@ std::string Format(const char* format, ...)
 }
 
 // The dumps as the port must log them, built here from the structures' named fields.
+template <class T> unsigned U(T value)
+{
+    return static_cast<unsigned>(value);
+}
+
 std::string DcbDump(const DCB& d)
 {
     return Format("\r\n{\r\n  BaudRate          = %u;\r\n  fBinary           = %u;\r\n  fParity           = %u;\r\n"
@@ -46,16 +48,10 @@ std::string DcbDump(const DCB& d)
                   "  XoffLim           = %u;\r\n  ByteSize          = %u;\r\n  Parity            = %u;\r\n"
                   "  StopBits          = %u;\r\n  XonChar           = %u;\r\n  XoffChar          = %u;\r\n"
                   "  ErrorChar         = %u;\r\n  EofChar           = %u;\r\n  EvtChar           = %u;\r\n}",
-                  static_cast<unsigned>(d.BaudRate), static_cast<unsigned>(d.fBinary),
-                  static_cast<unsigned>(d.fParity), static_cast<unsigned>(d.fOutxCtsFlow),
-                  static_cast<unsigned>(d.fOutxDsrFlow), static_cast<unsigned>(d.fDtrControl),
-                  static_cast<unsigned>(d.fDsrSensitivity), static_cast<unsigned>(d.fTXContinueOnXoff),
-                  static_cast<unsigned>(d.fOutX), static_cast<unsigned>(d.fInX), static_cast<unsigned>(d.fErrorChar),
-                  static_cast<unsigned>(d.fNull), static_cast<unsigned>(d.fRtsControl),
-                  static_cast<unsigned>(d.fAbortOnError), static_cast<unsigned>(d.XonLim),
-                  static_cast<unsigned>(d.XoffLim), static_cast<unsigned>(d.ByteSize),
-                  static_cast<unsigned>(d.Parity), static_cast<unsigned>(d.StopBits),
-                  static_cast<unsigned char>(d.XonChar), static_cast<unsigned char>(d.XoffChar),
+                  U(d.BaudRate), U(d.fBinary), U(d.fParity), U(d.fOutxCtsFlow), U(d.fOutxDsrFlow), U(d.fDtrControl),
+                  U(d.fDsrSensitivity), U(d.fTXContinueOnXoff), U(d.fOutX), U(d.fInX), U(d.fErrorChar), U(d.fNull),
+                  U(d.fRtsControl), U(d.fAbortOnError), U(d.XonLim), U(d.XoffLim), U(d.ByteSize), U(d.Parity),
+                  U(d.StopBits), static_cast<unsigned char>(d.XonChar), static_cast<unsigned char>(d.XoffChar),
                   static_cast<unsigned char>(d.ErrorChar), static_cast<unsigned char>(d.EofChar),
                   static_cast<unsigned char>(d.EvtChar));
 }
@@ -65,10 +61,8 @@ std::string TimeoutsDump(const COMMTIMEOUTS& t)
     return Format("\r\n{\r\n  ReadIntervalTimeout         = %u;\r\n  ReadTotalTimeoutMultiplier  = %u;\r\n"
                   "  ReadTotalTimeoutConstant    = %u;\r\n  WriteTotalTimeoutMultiplier = %u;\r\n"
                   "  WriteTotalTimeoutConstant   = %u;\r\n}",
-                  static_cast<unsigned>(t.ReadIntervalTimeout), static_cast<unsigned>(t.ReadTotalTimeoutMultiplier),
-                  static_cast<unsigned>(t.ReadTotalTimeoutConstant),
-                  static_cast<unsigned>(t.WriteTotalTimeoutMultiplier),
-                  static_cast<unsigned>(t.WriteTotalTimeoutConstant));
+                  U(t.ReadIntervalTimeout), U(t.ReadTotalTimeoutMultiplier), U(t.ReadTotalTimeoutConstant),
+                  U(t.WriteTotalTimeoutMultiplier), U(t.WriteTotalTimeoutConstant));
 }
 
 std::string ComstatDump(const COMSTAT& s)
@@ -76,10 +70,8 @@ std::string ComstatDump(const COMSTAT& s)
     return Format("\r\n{\r\n  fCtsHold  = %u;\r\n  fDsrHold  = %u;\r\n  fRlsdHold = %u;\r\n  fXoffHold = %u;\r\n"
                   "  fXoffSent = %u;\r\n  fEof      = %u;\r\n  fTxim     = %u;\r\n  cbInQue   = %u;\r\n"
                   "  cbOutQue  = %u;\r\n}",
-                  static_cast<unsigned>(s.fCtsHold), static_cast<unsigned>(s.fDsrHold),
-                  static_cast<unsigned>(s.fRlsdHold), static_cast<unsigned>(s.fXoffHold),
-                  static_cast<unsigned>(s.fXoffSent), static_cast<unsigned>(s.fEof), static_cast<unsigned>(s.fTxim),
-                  static_cast<unsigned>(s.cbInQue), static_cast<unsigned>(s.cbOutQue));
+                  U(s.fCtsHold), U(s.fDsrHold), U(s.fRlsdHold), U(s.fXoffHold), U(s.fXoffSent), U(s.fEof), U(s.fTxim),
+                  U(s.cbInQue), U(s.cbOutQue));
 }
 
 std::string PropDump(const COMMPROP& p)
@@ -89,20 +81,16 @@ std::string PropDump(const COMMPROP& p)
                   "  dwProvCapabilities  = 0x%X;\r\n  dwSettableParams    = 0x%X;\r\n"
                   "  dwSettableBaud      = 0x%X;\r\n  wSettableData       = 0x%X;\r\n"
                   "  wSettableStopParity = 0x%X;\r\n  dwCurrentTxQueue    = %u;\r\n  dwCurrentRxQueue    = %u;\r\n}",
-                  static_cast<unsigned>(p.dwMaxTxQueue), static_cast<unsigned>(p.dwMaxRxQueue),
-                  static_cast<unsigned>(p.dwMaxBaud), static_cast<unsigned>(p.dwProvSubType),
-                  static_cast<unsigned>(p.dwProvCapabilities), static_cast<unsigned>(p.dwSettableParams),
-                  static_cast<unsigned>(p.dwSettableBaud), static_cast<unsigned>(p.wSettableData),
-                  static_cast<unsigned>(p.wSettableStopParity), static_cast<unsigned>(p.dwCurrentTxQueue),
-                  static_cast<unsigned>(p.dwCurrentRxQueue));
+                  U(p.dwMaxTxQueue), U(p.dwMaxRxQueue), U(p.dwMaxBaud), U(p.dwProvSubType), U(p.dwProvCapabilities),
+                  U(p.dwSettableParams), U(p.dwSettableBaud), U(p.wSettableData), U(p.wSettableStopParity),
+                  U(p.dwCurrentTxQueue), U(p.dwCurrentRxQueue));
 }
 
 // A pseudo-terminal has neither error counters nor modem lines, so the device never makes
 // ClearCommError report errors or GetCommModemStatus succeed. Those two formatters are reached
 // through their exported entry points instead: an explicit instantiation may name a private
 // member, and hands its address out through a friend.
-template <class Tag, typename Tag::type Member>
-struct CExported
+template <class Tag, typename Tag::type Member> struct CExported
 {
     friend typename Tag::type Get(Tag) { return Member; }
 };
@@ -156,10 +144,8 @@ TEST(CommPortFormatters, ErrorAndModemMasksFollowTheirTables)
 TEST(CommPortTexts, SuccessfulCallsLogDecodedMasksAndDumps)
 {
     COMMTEST_PORT(testPort, 2);
-    CTempFolder folder(L"comm-texts");
-    CServerSetup setup(folder.Path(), eLogFileDetailVerbose);
-    CPeer peer(testPort);
-    ASSERT_TRUE(peer.IsOpen());
+    CLogScene scene(L"comm-texts");
+    COMMTEST_PEER(peer, testPort);
 
     std::vector<std::string> expected;
     {
@@ -185,8 +171,8 @@ TEST(CommPortTexts, SuccessfulCallsLogDecodedMasksAndDumps)
         {
             EXPECT_EQ(Narrow(CommEventMaskText(m.mask)), m.text);
             port.SetCommMask(m.mask);
-            expected.push_back(Format("SetCommMask(DWORD dwEvtMask=0x%X (%s)) succeeded.", static_cast<unsigned>(m.mask),
-                                      m.text));
+            expected.push_back(
+                Format("SetCommMask(DWORD dwEvtMask=0x%X (%s)) succeeded.", static_cast<unsigned>(m.mask), m.text));
             DWORD got = 0xDEADBEEF;
             port.GetCommMask(got);
             EXPECT_EQ(m.mask, got);
@@ -274,7 +260,7 @@ TEST(CommPortTexts, SuccessfulCallsLogDecodedMasksAndDumps)
         port.Close();
         expected.push_back("The handle has been closed.");
     }
-    EXPECT_TRUE(SameEvents(expected, Events(OnlyLogFile(folder.Path()))));
+    EXPECT_TRUE(SameEvents(expected, scene.Events()));
 }
 
 // A DCB that a pseudo-terminal refuses under Wine (DTR handshaking) is still logged whole, as
@@ -282,8 +268,7 @@ TEST(CommPortTexts, SuccessfulCallsLogDecodedMasksAndDumps)
 TEST(CommPortTexts, StateDumpShowsTwoBitFieldsAndCharactersAsGiven)
 {
     COMMTEST_PORT(testPort, 2);
-    CTempFolder folder(L"comm-dcb");
-    CServerSetup setup(folder.Path(), eLogFileDetailVerbose);
+    CLogScene scene(L"comm-dcb");
     DCB dcb = {};
     dcb.DCBlength = sizeof(dcb);
     dcb.BaudRate = 57600;
@@ -345,12 +330,12 @@ TEST(CommPortTexts, StateDumpShowsTwoBitFieldsAndCharactersAsGiven)
         {
             EXPECT_EQ(230u, e.GetLine());
             EXPECT_EQ(L"SetCommState", e.GetFunction());
-            logged = Format("SetCommState(LPDCB lpDCB) failed. GetLastError()=%ld. *lpDCB = ", e.GetErrorCode()) + dump +
-                     "\r\n";
+            logged = Format("SetCommState(LPDCB lpDCB) failed. GetLastError()=%ld. *lpDCB = ", e.GetErrorCode());
+            logged += dump + "\r\n";
         }
         port.SetCommState(RawDcb()); // the port stays usable after a refused state
     }
-    const std::vector<std::string> events = Events(OnlyLogFile(folder.Path()));
+    const std::vector<std::string> events = scene.Events();
     ASSERT_GE(events.size(), 3u);
     EXPECT_EQ(logged, events[1]);
 }
@@ -360,8 +345,7 @@ TEST(CommPortTexts, StateDumpShowsTwoBitFieldsAndCharactersAsGiven)
 TEST(CommPortFailures, DeviceRefusalsAreLoggedThenThrown)
 {
     COMMTEST_PORT(testPort, 2);
-    CTempFolder folder(L"comm-refusals");
-    CServerSetup setup(folder.Path(), eLogFileDetailVerbose);
+    CLogScene scene(L"comm-refusals");
 
     DCB badSize = RawDcb();
     badSize.ByteSize = 3;
@@ -399,7 +383,7 @@ TEST(CommPortFailures, DeviceRefusalsAreLoggedThenThrown)
         const CWinException e = CatchWinException(c.call);
         EXPECT_EQ(c.function, e.GetFunction());
         EXPECT_EQ(c.line, e.GetLine());
-        EXPECT_TRUE(EndsWith(e.GetFileName(), L"commport.cpp")) << e.GetFileName().c_str();
+        EXPECT_EQ(L"commport.cpp", NameOf(e.GetFileName()));
         EXPECT_NE(0, e.GetErrorCode());
         expected.push_back(Format(c.text.c_str(), e.GetErrorCode()));
         // Logged after the catch: the failure line must already be ahead of it.
@@ -412,7 +396,7 @@ TEST(CommPortFailures, DeviceRefusalsAreLoggedThenThrown)
     port.GetCommState(dcb);
     port.Close();
 
-    std::vector<std::string> events = Events(OnlyLogFile(folder.Path()));
+    std::vector<std::string> events = scene.Events();
     ASSERT_EQ(expected.size() + 2, events.size());
     events.resize(expected.size());
     EXPECT_TRUE(SameEvents(expected, events));
@@ -422,8 +406,7 @@ TEST(CommPortFailures, DeviceRefusalsAreLoggedThenThrown)
 // the invalid handle, which is given a log file here to see them.
 TEST(CommPortFailures, EveryMemberOfAClosedPortThrowsWithItsLineAndText)
 {
-    CTempFolder folder(L"comm-closed");
-    CServerSetup setup(folder.Path(), eLogFileDetailVerbose);
+    CLogScene scene(L"comm-closed");
     const unsigned int channel = LogChannel(INVALID_HANDLE_VALUE);
     ASSERT_TRUE(CLogFileServer::Ref().CreateLogFile(channel, L"closed", nullptr));
 
@@ -476,8 +459,9 @@ TEST(CommPortFailures, EveryMemberOfAClosedPortThrowsWithItsLineAndText)
         EXPECT_EQ(c.function, e.GetFunction());
         EXPECT_EQ(c.line, e.GetLine()) << Narrow(c.function);
         EXPECT_EQ(ERROR_INVALID_HANDLE, e.GetErrorCode()) << Narrow(c.function);
+        EXPECT_EQ(L"commport.cpp", NameOf(e.GetFileName()));
         expected.push_back(c.text);
     }
     EXPECT_TRUE(CLogFileServer::Ref().CloseLogFile(channel));
-    EXPECT_TRUE(SameEvents(expected, Events(OnlyLogFile(folder.Path()))));
+    EXPECT_TRUE(SameEvents(expected, scene.Events()));
 }

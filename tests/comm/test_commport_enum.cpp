@@ -24,7 +24,7 @@ long PortNumber(const ustring& name)
 TEST(CommPortEnum, ListsThePublishedPortsOnceInTheOrderOfTheirNumbers)
 {
     COMMTEST_PORT(first, 0);
-    const std::vector<CCommPort::COMM_PORT_INFO> ports = CCommPort::EnumPorts();
+    const std::vector<CCommPort::COMM_PORT_INFO> ports = CCommPort::EnumCommPorts();
 
     for (std::size_t i = 0; i < ports.size(); ++i)
     {
@@ -64,12 +64,12 @@ TEST(CommPortEnum, ListsThePublishedPortsOnceInTheOrderOfTheirNumbers)
                                   "prefix's Wine server so that its device manager reads HKLM\\Software\\Wine\\Ports)";
 
     // A listed port opens by the name it is listed with and carries data.
-    const auto it = std::find_if(ports.begin(), ports.end(),
-                                 [&first](const CCommPort::COMM_PORT_INFO& port) { return port.strName == first.strName; });
+    const auto it = std::find_if(ports.begin(), ports.end(), [&first](const CCommPort::COMM_PORT_INFO& port) {
+        return port.strName == first.strName;
+    });
     ASSERT_NE(ports.end(), it);
     EXPECT_FALSE(it->strDevice.empty());
-    CPeer peer(first);
-    ASSERT_TRUE(peer.IsOpen());
+    COMMTEST_PEER(peer, first);
     CCommPort port(it->strPath, 0);
     unsigned int written = 0;
     ASSERT_TRUE(port.Write("enum", 4, written));

@@ -91,13 +91,15 @@ inline unsigned long PeerProcessId(const CTestPort& port)
     return std::strtoul(std::string(bytes.begin(), bytes.end()).c_str(), nullptr, 10);
 }
 
-// Waits (at most 10 s) until the port's socat runs with a process id other than `old`.
+// Waits (at most 10 s) until the port's socat runs with a process id other than `old`. Its
+// process is looked for in the Unix /proc, which Wine shows like any folder.
 inline bool WaitForPeer(const CTestPort& port, unsigned long old = 0)
 {
     return logtest::WaitUntil(
         [&] {
             const unsigned long pid = PeerProcessId(port);
-            return pid != 0 && pid != old;
+            const ustring process = WindowsPath(ustring::sprintf_stc(L"/proc/%lu", pid));
+            return pid != 0 && pid != old && ::GetFileAttributesW(process) != INVALID_FILE_ATTRIBUTES;
         },
         10000);
 }
@@ -123,12 +125,32 @@ inline bool KillPeer(const CTestPort& port)
 }
 
 // The harness's port number `index`, ready for use; the test skips without the harness.
-#define COMMTEST_PORT(var, index)                                                                        \
-    const std::vector<commtest::CTestPort> var##All = commtest::HarnessPorts();                          \
-    if (var##All.size() <= (index))                                                                      \
-        GTEST_SKIP() << "no serial port from the test harness (TAVRIN_TEST_COM_PORTS)";                  \
-    const commtest::CTestPort& var = var##All[index];                                                    \
+#define COMMTEST_PORT(var, index)                                                                                      \
+    const std::vector<commtest::CTestPort> var##All = commtest::HarnessPorts();                                        \
+    if (var##All.size() <= (index))                                                                                    \
+        GTEST_SKIP() << "no serial port from the test harness (TAVRIN_TEST_COM_PORTS)";                                \
+    const commtest::CTestPort& var = var##All[index];                                                                  \
     ASSERT_TRUE(commtest::WaitForPeer(var)) << "the peer of " << var.strName.c_str() << " is not running"
+
+// A test's own log folder, with the log-file server at detail Verbose while the scene lasts.
+class CLogScene
+{
+public:
+    explicit CLogScene(const wchar_t* tag) : m_Folder(tag), m_Setup(m_Folder.Path(), tavrin::eLogFileDetailVerbose) {}
+
+    const ustring& Folder() const { return m_Folder.Path(); }
+    // The events of the folder's one log file (see logtest::Events).
+    std::vector<std::string> Events() const { return logtest::Events(logtest::OnlyLogFile(m_Folder.Path())); }
+
+private:
+    logtest::CTempFolder m_Folder;
+    logtest::CServerSetup m_Setup;
+};
+
+// Opens the peer end of `port` as `peer`, or fails the test.
+#define COMMTEST_PEER(peer, port)                                                                                      \
+    commtest::CPeer peer(port);                                                                                        \
+    ASSERT_TRUE(peer.IsOpen()) << "cannot open the peer end of " << port.strName.c_str()
 
 // The peer end of a port, read and written with plain Win32 calls. Every read and write is
 // bounded by the timeouts set here.
@@ -220,45 +242,11 @@ inline ::testing::AssertionResult SameEvents(const std::vector<std::string>& exp
     if (expected.size() != actual.size())
     {
         const std::vector<std::string>& longer = expected.size() > actual.size() ? expected : actual;
-        return ::testing::AssertionFailure() << expected.size() << " events expected, " << actual.size()
-                                             << " logged; the first extra one: "
-                                             << shorten(longer[std::min(expected.size(), actual.size())]);
+        return ::testing::AssertionFailure()
+               << expected.size() << " events expected, " << actual.size()
+               << " logged; the first extra one: " << shorten(longer[std::min(expected.size(), actual.size())]);
     }
     return ::testing::AssertionSuccess();
-}
-
-// The text events of a log file (see logtest::Events) that contain `piece`.
-inline std::vector<std::string> EventsWith(const std::vector<std::string>& events, const std::string& piece)
-{
-    std::vector<std::string> found;
-    for (const std::string& event : events)
-    {
-        if (event.find(piece) != std::string::npos)
-            found.push_back(event);
-    }
-    return found;
-}
-
-// The data bytes of a data record, read back from its dump lines (the hexadecimal column).
-inline std::vector<unsigned char> RecordBytes(const logtest::Record& record)
-{
-    std::vector<unsigned char> bytes;
-    std::size_t at = 0;
-    while (true)
-    {
-        const std::size_t end = record.body.find("\r\n", at);
-        if (end == std::string::npos || end == at)
-            break;
-        const std::string line = record.body.substr(at, end - at);
-        for (std::size_t cell = 1; cell + 2 <= line.size() && cell < 1 + 96; cell += 3)
-        {
-            if (line[cell] == ' ')
-                break;
-            bytes.push_back(static_cast<unsigned char>(std::stoul(line.substr(cell, 2), nullptr, 16)));
-        }
-        at = end + 2;
-    }
-    return bytes;
 }
 
 // The whole body a data record of these bytes must have: its dump lines and the empty line.
@@ -266,9 +254,9 @@ inline std::string DataBody(const std::vector<unsigned char>& bytes)
 {
     std::string body;
     for (std::size_t at = 0; at < bytes.size(); at += 32)
-        body += logtest::DumpLine(std::vector<unsigned char>(bytes.begin() + static_cast<std::ptrdiff_t>(at),
-                                                             bytes.begin() + static_cast<std::ptrdiff_t>(
-                                                                                 std::min(at + 32, bytes.size()))));
+        body += logtest::DumpLine(
+            std::vector<unsigned char>(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                                       bytes.begin() + static_cast<std::ptrdiff_t>(std::min(at + 32, bytes.size()))));
     return body + "\r\n";
 }
 

@@ -20,7 +20,7 @@
 //     port.Read(buffer, sizeof(buffer), got);     // logged as a SYNC READ record
 //
 // Names: COM1 to COM9 open by their bare names as well, COM10 and above only in the device form
-// "\\.\COM10"; EnumPorts hands out that form.
+// "\\.\COM10"; EnumCommPorts hands out that form.
 //
 // What a caller sees when the peer or the device disappears
 // ---------------------------------------------------------
@@ -130,7 +130,8 @@ public:
     // wait may continue in the background: false, logged as "Pending WaitCommEvent initiated."
     // and registered with the log file, which logs the mask (with detail Verbose) when
     // GetOverlappedResult completes the wait. `evtMask` and `overlapped` must then stay valid
-    // until the wait has completed.
+    // until the wait has completed. (Wine 8 in its WoW64 mode, which runs 32-bit programs on
+    // wine64, crashes the program in any WaitCommEvent on a serial port.)
     bool WaitCommEvent(DWORD& evtMask, OVERLAPPED* overlapped);
 
     // ---------------------------------------------------------------- discovery
@@ -143,7 +144,7 @@ public:
     // manager starts; a bare dosdevices\comN link opens, but is not published. An unreadable
     // device map counts as empty; throws CWinException("QueryDosDeviceW") when the system
     // refuses to list its DOS devices.
-    static std::vector<COMM_PORT_INFO> EnumPorts();
+    static std::vector<COMM_PORT_INFO> EnumCommPorts();
 
 private:
     // "{CE_BREAK|CE_OVERRUN}": the set error bits in table order, "{}" for none.
