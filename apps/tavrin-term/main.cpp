@@ -42,7 +42,7 @@ int ListPorts(CTermOutput& output)
 {
     try
     {
-        const std::vector<CCommPort::COMM_PORT_INFO> ports = CCommPort::EnumPorts();
+        const std::vector<CCommPort::COMM_PORT_INFO> ports = CCommPort::EnumCommPorts();
         if (ports.empty())
         {
             output.Message(CConsoleBase::SeverityInfo, Tr(L"This machine publishes no serial ports."));

@@ -11,8 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -76,6 +78,18 @@ inline void LimitBlocking(SOCKET socket)
     ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&limit), sizeof limit);
 }
 
+// Makes `listener` listen on the loopback address of `family`, on a port the system chooses;
+// returns that address.
+inline SOCKET_ADDRESS_EX ListenOnLoopback(CWSASocket& listener, int family, int backlog = 4)
+{
+    SOCKET_ADDRESS_EX address;
+    listener.Create(family, SOCK_STREAM, IPPROTO_TCP);
+    listener.Bind(Loopback(family, 0));
+    listener.GetSockName(address);
+    listener.Listen(backlog);
+    return address;
+}
+
 // A listening socket on the loopback address of `family` (port chosen by the system), a client
 // connected to it and the server side of that connection. The client's channel log file is
 // named after the listener's address, the server's after the client's.
@@ -89,10 +103,7 @@ struct CTcpPair
 
     explicit CTcpPair(int family)
     {
-        listener.Create(family, SOCK_STREAM, IPPROTO_TCP);
-        listener.Bind(Loopback(family, 0));
-        listener.GetSockName(listenerAddress);
-        listener.Listen(4);
+        listenerAddress = ListenOnLoopback(listener, family);
         client.Create(family, SOCK_STREAM, IPPROTO_TCP);
         LimitBlocking(client);
         client.Connect(listenerAddress);
@@ -152,6 +163,24 @@ struct LogItem
     std::string text;                // a text event's text
     std::vector<unsigned char> data; // a data record's bytes, read back from its hex dump
 };
+
+inline bool operator==(const LogItem& a, const LogItem& b)
+{
+    return a.kind == b.kind && a.synchronous == b.synchronous && a.text == b.text && a.data == b.data;
+}
+
+inline void PrintTo(const LogItem& item, std::ostream* out)
+{
+    static const char* const kinds[] = {"text", "WRITE", "READ"};
+    *out << (item.synchronous ? "SYNC " : "ASYNC ") << kinds[item.kind] << " \"" << item.text << "\" "
+         << item.data.size() << " bytes";
+}
+
+// The data record that a log file should hold.
+inline LogItem DataRecord(LogItem::EKind kind, bool synchronous, const std::vector<unsigned char>& data)
+{
+    return LogItem{kind, synchronous, std::string(), data};
+}
 
 // The bytes of a record's dump lines: the hex cells of each line (" XX XX ...    text").
 inline std::vector<unsigned char> DumpBytes(const std::string& body)
@@ -224,6 +253,21 @@ inline ustring LogFileNamed(const ustring& folder, const ustring& name)
     const std::vector<ustring> names = logtest::ListFiles(folder, (name + L"-*.log").c_str());
     EXPECT_EQ(1u, names.size()) << "log files named " << ustring::WideCharToMultiByte(name, CP_UTF8);
     return names.size() == 1 ? folder + L"\\" + names[0] : ustring();
+}
+
+// The texts of every log file named `name` (sockets named after one address within the same
+// millisecond share a file), in the order of the files' time stamps.
+inline std::vector<std::string> TextsOfLogsNamed(const ustring& folder, const ustring& name)
+{
+    std::vector<ustring> names = logtest::ListFiles(folder, (name + L"-*.log").c_str());
+    std::sort(names.begin(), names.end());
+    std::vector<std::string> texts;
+    for (const ustring& file : names)
+    {
+        const std::vector<std::string> more = Texts(ReadLog(folder + L"\\" + file));
+        texts.insert(texts.end(), more.begin(), more.end());
+    }
+    return texts;
 }
 
 inline std::string Narrow(const std::wstring& text)
@@ -334,6 +378,17 @@ inline bool RunInNetworkNamespace(const char* mode, const char* filter, std::str
     if (!finished)
         ADD_FAILURE() << "the namespace run did not end in time:\n" << output;
     return finished;
+}
+
+// Runs the disabled tests of `suite` in a network namespace (see RunInNetworkNamespace) and
+// expects all `count` of them to pass there.
+inline void ExpectPassedInNetworkNamespace(const char* mode, const std::string& suite, unsigned int count)
+{
+    std::string output;
+    ASSERT_TRUE(RunInNetworkNamespace(mode, (suite + ".*").c_str(), output));
+    const std::string passed = "[  PASSED  ] " + std::to_string(count) + (count == 1 ? " test." : " tests.");
+    EXPECT_NE(std::string::npos, output.find(passed)) << output;
+    EXPECT_EQ(std::string::npos, output.find("[  SKIPPED ]")) << output;
 }
 
 // Under Wine, where Linux programs can be started; the tests that need them skip elsewhere.

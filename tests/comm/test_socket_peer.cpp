@@ -108,11 +108,7 @@ TEST(SocketPeer, SocatExchangeMatchesTheLogRecordByRecord)
                         "echo \"exit $?\" >done.tmp && mv done.tmp done\n");
 
     CWSASocket listener;
-    listener.Create(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    listener.Bind(Loopback(AF_INET, 0));
-    SOCKET_ADDRESS_EX listenerAddress;
-    listener.GetSockName(listenerAddress);
-    listener.Listen(1);
+    const SOCKET_ADDRESS_EX listenerAddress = ListenOnLoopback(listener, AF_INET, 1);
     ASSERT_TRUE(StartShellScript(UnixPath(work.Path()) + "/run-peer.sh", std::to_string(PortOf(listenerAddress))));
 
     SOCKET_ADDRESS_EX peerAddress;

@@ -14,7 +14,7 @@
 //
 //     CWSASocket listener;
 //     listener.Create(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-//     listener.Bind(ResolveAddress(L"127.0.0.1:5000").front());
+//     listener.Bind(ResolveAddress(L"127.0.0.1:5000").front());   // tavrin/comm/resolver.h
 //     listener.Listen();
 //     CWSASocket client(listener.Accept(nullptr, 0));     // INVALID_SOCKET when refused
 //     unsigned int got = 0;
