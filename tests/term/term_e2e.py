@@ -351,6 +351,34 @@ class Term(unittest.TestCase):
         self.assertIn("Function:    WSAConnect", text)
         self.assertIn(f"!! Nothing accepts connections at 127.0.0.1:{port}", text)
 
+    def test_unreachable_host_inside_a_network_namespace(self):
+        # Under Wine the wineserver makes the sockets, so the whole Wine session runs in a network
+        # namespace of its own with loopback down: a private prefix that shares drive C.
+        if not shutil.which("unshare") or not os.environ.get("WINEPREFIX"):
+            self.skipTest("unshare or the Wine prefix is missing")
+        shared = os.environ["WINEPREFIX"]
+        prefix = tempfile.mkdtemp(prefix="tavrin-term-netns-")
+        try:
+            for path in glob.glob(os.path.join(shared, "*.reg")) + glob.glob(os.path.join(shared, ".update-timestamp")):
+                shutil.copy(path, prefix)
+            shutil.copytree(os.path.join(shared, "dosdevices"), os.path.join(prefix, "dosdevices"), symlinks=True)
+            os.symlink(os.path.join(shared, "drive_c"), os.path.join(prefix, "drive_c"))
+            namespace = ["unshare", "-n"] if os.getuid() == 0 else ["unshare", "-rn"]
+            script = ('export WINEPREFIX="$1"; cd "$2"; timeout -k 5 120 wine64 ./tavrin-term.exe -tcp 10.1.2.3:5000 '
+                      '-plain -log off -send x; rc=$?; wineserver -k; exit $rc')
+            started = time.monotonic()
+            proc = subprocess.run(namespace + ["sh", "-c", script, "sh", prefix, BIN], stdin=subprocess.DEVNULL,
+                                  capture_output=True, timeout=300)
+        finally:
+            shutil.rmtree(prefix, ignore_errors=True)
+        text = proc.stdout.decode("utf-8", "replace")
+        if proc.returncode != 2 and "unshare" in proc.stderr.decode("utf-8", "replace"):
+            self.skipTest("no network namespace here: " + proc.stderr.decode("utf-8", "replace"))
+        self.assertEqual(2, proc.returncode, text + proc.stderr.decode("utf-8", "replace"))
+        self.assertIn("Function:    WSAConnect", text)
+        self.assertIn("!! 10.1.2.3:5000 cannot be reached from this machine; check the address and the network.", text)
+        self.assertLess(time.monotonic() - started, 240)
+
     # -------------------------------------------------------------------------- TCP server
 
     def test_listen_for_a_client(self):
