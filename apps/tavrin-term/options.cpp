@@ -94,6 +94,39 @@ bool ParseUnsigned(const ustring& text, unsigned int& value)
     return true;
 }
 
+} // namespace
+
+bool ReadFileBytes(const ustring& path, Bytes& out, ustring& error)
+{
+    out.clear();
+    try
+    {
+        CFile file(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const unsigned __int64 length = file.GetLength();
+        if (length > kMaxFileBytes)
+        {
+            error = TrF(L"%ls is larger than 64 MB", path.c_str());
+            return false;
+        }
+        out.resize(static_cast<size_t>(length));
+        unsigned int got = 0;
+        if (length > 0)
+            file.Read(out.data(), static_cast<unsigned int>(length), got);
+        out.resize(got);
+        return true;
+    }
+    catch (const CStdException& e)
+    {
+        ustring message;
+        e.GetErrorMessage(message);
+        message.trim({L' ', L'\r', L'\n'});
+        error = TrF(L"%ls cannot be read: %ls", path.c_str(), message.c_str());
+        return false;
+    }
+}
+
+namespace {
+
 bool AddStep(const ustring& name, const ustring& value, Options& options, unsigned int& timeoutMs, ustring& error)
 {
     Step step;
@@ -119,27 +152,9 @@ bool AddStep(const ustring& name, const ustring& value, Options& options, unsign
     else if (name == L"file")
     {
         // Read now: a missing file is a mistake on the command line, found before connecting.
-        try
+        if (!ReadFileBytes(value, step.bytes, error))
         {
-            CFile file(value.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-            const unsigned __int64 length = file.GetLength();
-            if (length > 64u * 1024u * 1024u)
-            {
-                error = TrF(L"-file: %ls is larger than 64 MB", value.c_str());
-                return false;
-            }
-            step.bytes.resize(static_cast<size_t>(length));
-            unsigned int got = 0;
-            if (length > 0)
-                file.Read(step.bytes.data(), static_cast<unsigned int>(length), got);
-            step.bytes.resize(got);
-        }
-        catch (const CStdException& e)
-        {
-            ustring message;
-            e.GetErrorMessage(message);
-            message.trim({L' ', L'\r', L'\n'});
-            error = TrF(L"-file: %ls cannot be read: %ls", value.c_str(), message.c_str());
+            error = L"-file: " + error;
             return false;
         }
         step.eKind = Step::Send;

@@ -64,6 +64,11 @@ struct Options
 // with `error` set for an unknown option, a missing or malformed value, or a conflict.
 bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, ustring& error);
 
+// The bytes of a file to send (-file, and the interactive console's Ctrl+T f), at most
+// kMaxFileBytes; false with `error` when it cannot be read or is larger.
+const unsigned __int64 kMaxFileBytes = 64u * 1024u * 1024u;
+bool ReadFileBytes(const ustring& path, Bytes& out, ustring& error);
+
 // The -help text: usage lines and the table of options.
 void PrintHelp(tavrin::CConsole& console, tavrin::CTable::EBorderStyle style);
 // The table of options (option, meaning, default), translated.

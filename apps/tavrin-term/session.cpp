@@ -403,18 +403,15 @@ void CSession::SendFile(CKeyboard& keys)
     if (!keys.ReadLine(m_hStop, m_Output, path) || path.trim().empty())
         return;
     path.unwrap(L'"', L'"');
-    Options scratch;
+    Bytes bytes;
     ustring error;
-    wchar_t* argv[] = {const_cast<wchar_t*>(L"tavrin-term"), const_cast<wchar_t*>(L"-file"), &path[0], nullptr};
-    wchar_t* envp[] = {nullptr};
-    if (!ParseOptions(3, argv, envp, scratch, error) || scratch.steps.empty())
+    if (!ReadFileBytes(path, bytes, error))
     {
         m_Output.Message(CConsoleBase::SeverityError, error);
         return;
     }
-    m_Output.Message(CConsoleBase::SeverityInfo, TrF(L"Sending %ls (%ls bytes)", path.c_str(),
-                                                     ustring::ui64toa(scratch.steps.front().bytes.size()).c_str()));
-    Send(scratch.steps.front().bytes);
+    m_Output.Message(CConsoleBase::SeverityInfo, TrF(L"Sending %ls (%ls bytes)", path.c_str(), ustring::ui64toa(bytes.size()).c_str()));
+    Send(bytes);
 }
 
 bool CSession::Command(wchar_t key, CKeyboard& keys)

@@ -538,8 +538,16 @@ class Term(unittest.TestCase):
             keys("-l", "Z")
             keys("Enter")
             wait_screen(r"RX 5A 0D")
+            upload = os.path.join(self.work, "upload.txt")
+            with open(upload, "wb") as f:
+                f.write(b"file\r")
+            keys("C-t", "f")                   # send a file: its path is typed, Enter sends it
+            wait_screen(r"File to send")
+            keys("-l", windows_path(upload))
+            keys("Enter")
+            wait_screen(r"RX 46 49 4C 45 0D")
             keys("C-t", "s")                   # statistics
-            wait_screen(r"bytes\s*.\s*8\s*.\s*8")
+            wait_screen(r"bytes\s*.\s*13\s*.\s*13")
             keys("C-t", "?")                   # the list of commands
             wait_screen(r"q quit, \? this list")
             keys("C-c")                        # ends the session: log files complete, report written
@@ -550,12 +558,12 @@ class Term(unittest.TestCase):
         finally:
             subprocess.run(tmux + ["kill-server"], timeout=30)
         peer.join()
-        self.assertEqual(b"hello\rZ\r", b"".join(peer.received))
+        self.assertEqual(b"hello\rZ\rfile\r", b"".join(peer.received))
         logs = self.log_files()
         self.assertEqual(1, len(logs), logs)
         records = parse_log(logs[0])
-        self.assertEqual(b"hello\rZ\r", b"".join(data_records(records, "WRITE")))
-        self.assertEqual(b"HELLO\rZ\r", b"".join(data_records(records, "READ")))
+        self.assertEqual(b"hello\rZ\rfile\r", b"".join(data_records(records, "WRITE")))
+        self.assertEqual(b"HELLO\rZ\rFILE\r", b"".join(data_records(records, "READ")))
         html = self.render(report)
         self.assertIn("<td align=\"center\">HELLO", html)
         self.assertIn("0: every expectation met", html)
