@@ -109,14 +109,22 @@ int RunDemoSession(const Options& base, CTermOutput& output, std::unique_ptr<CTr
 {
     std::vector<ustring> script = DemoScript(connection, target);
     std::vector<wchar_t*> argv;
-    ustring shown;
+    ustring shown, line;
     for (ustring& item : script)
     {
         argv.push_back(&item[0]);
         // Quoted where a shell would read the item otherwise.
         const bool quote = item.find_first_not_of(L"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.:,@") != std::wstring::npos;
-        shown += (shown.empty() ? L"" : L" ") + (quote ? L"\"" + item + L"\"" : item);
+        const ustring word = quote ? L"\"" + item + L"\"" : item;
+        // Short lines: a console window wraps long ones badly.
+        if (!line.empty() && line.size() + word.size() > 64 && word[0] == L'-')
+        {
+            shown += line + L"\r\n       ";
+            line.clear();
+        }
+        line += (line.empty() ? L"" : L" ") + word;
     }
+    shown += line;
     argv.push_back(nullptr);
     wchar_t* envp[] = {nullptr};
     Options options;
@@ -144,7 +152,8 @@ int RunDemoSession(const Options& base, CTermOutput& output, std::unique_ptr<CTr
 int RunDemo(const Options& options, CTermOutput& output)
 {
     output.Console().Print(ConsoleFont::BoldFont(ConsoleFont::Bold), CConsoleBase::SeverityInfo, false,
-                           Tr(L"Demonstration: tavrin-term talks to an echo device that runs inside this program, and the library logs every byte.") + L"\r\n",
+                           Tr(L"Demonstration: tavrin-term talks to an echo device inside this program.") + L"\r\n" +
+                               Tr(L"The library records every byte and call in a data log file.") + L"\r\n",
                            CConsoleBase::OutputConsole);
     int worst = ExitOk;
     {
