@@ -148,8 +148,11 @@ void CSession::FindLogFiles(const std::vector<ustring>& before)
 {
     // The log file of a connection is named "<name>-<date>-<time>.log" by the library when the
     // connection is made; it is the new file whose name begins with the connection's name.
+    const ustring name = m_pTransport->LogName();
+    if (name.empty())
+        return; // no connection was named (the address did not resolve)
     const std::set<ustring> known(before.begin(), before.end());
-    const ustring prefix = m_pTransport->LogName() + L"-";
+    const ustring prefix = name + L"-";
     const ustring folder = CLogFileServer::Ref().GetFolder();
     for (const ustring& name : ListLogFolder())
     {

@@ -170,9 +170,11 @@ HANDLE CSerialTransport::BeginRead()
     {
         m_ReadOv.ResetEvent();
         unsigned int got = 0;
-        m_bReadPending = true;
+        // Pending from here on, whether the read completed at once (EndRead collects it through
+        // the same path) or runs on; a read that failed to start is not waited for.
         if (m_Port.Read(m_Buffer, sizeof(m_Buffer), got, &m_ReadOv))
-            m_ReadOv.SetEvent(); // completed at once; EndRead collects it through the same path
+            m_ReadOv.SetEvent();
+        m_bReadPending = true;
     }
     return m_ReadOv.hEvent;
 }
@@ -446,9 +448,9 @@ HANDLE CTcpTransport::BeginRead()
         m_ReadOv.ResetEvent();
         m_nReadFlags = 0;
         unsigned int got = 0;
-        m_bReadPending = true;
         if (m_Socket.Recv(m_Buffer, sizeof(m_Buffer), got, m_nReadFlags, &m_ReadOv))
             m_ReadOv.SetEvent(); // completed at once; EndRead collects it
+        m_bReadPending = true;
     }
     return m_ReadOv.hEvent;
 }
@@ -479,9 +481,9 @@ void CTcpTransport::Write(const unsigned char* data, size_t size, HANDLE stop, u
         const unsigned int chunk = static_cast<unsigned int>(size - done > 65536 ? 65536 : size - done);
         unsigned int sent = 0;
         m_WriteOv.ResetEvent();
-        m_bWritePending = true;
         if (!m_Socket.Send(data + done, chunk, sent, 0, &m_WriteOv))
         {
+            m_bWritePending = true;
             const int woke = WaitEventOrStop(m_WriteOv.hEvent, stop, timeoutMs);
             if (woke != 0)
             {
