@@ -26,20 +26,25 @@ stop_test_services() {
 
 # Serial ports of the comm tests: one socat pty pair per port. One end becomes COM<n> in the
 # prefix, the tests read and write the other end themselves (TAVRIN_TEST_COM<n> holds its path,
-# TAVRIN_TEST_COM_PORTS the port names). The tests kill a pair's socat to lose the peer in the
-# middle of a transfer, so each pair is started again when it ends; <peer>.pid holds the process
-# id of the running socat, written once both of its links are in place.
+# TAVRIN_TEST_COM_PORTS the port names). To lose the peer in the middle of a transfer a test
+# creates <peer>.kill, and the pair's socat is killed; each pair is started again when it ends.
+# <peer>.pid holds the process id of the running socat, written once both links are in place.
 TAVRIN_TEST_COM_NUMBERS="99 100 101 102"
 serial_port_loop() {
   set +e
-  local dir=$1 n=$2 pid=""
+  local dir=$1 n=$2 pid="" state
   trap '[ -n "$pid" ] && kill "$pid" 2>/dev/null && wait "$pid"; rm -f "$dir/peer$n.pid"; exit 0' TERM
   while :; do
-    rm -f "$dir/com$n" "$dir/peer$n" "$dir/peer$n.pid"
+    rm -f "$dir/com$n" "$dir/peer$n" "$dir/peer$n.pid" "$dir/peer$n.kill"
     socat pty,link="$dir/com$n",rawer pty,link="$dir/peer$n",rawer &
     pid=$!
     for _ in $(seq 50); do [ -e "$dir/com$n" ] && [ -e "$dir/peer$n" ] && break; sleep 0.1; done
     echo "$pid" >"$dir/peer$n.pid"
+    # Until it ends (a zombie has ended: state Z), with no process started per round.
+    while read -r _ _ state _ <"/proc/$pid/stat" 2>/dev/null && [ "$state" != Z ]; do
+      if [ -e "$dir/peer$n.kill" ]; then rm -f "$dir/peer$n.kill"; kill -KILL "$pid"; fi
+      sleep 0.05
+    done
     wait "$pid"
     sleep 0.2
   done

@@ -5,8 +5,8 @@
 // is the Wine port COM<n>, the other end is read and written here through plain Win32 calls
 // (the peer stands outside the library on purpose). TAVRIN_TEST_COM_PORTS names the ports,
 // TAVRIN_TEST_COM<n> holds the Unix path of a port's peer end and <peer>.pid the process id of
-// its socat, which the harness starts again whenever it ends. Without the harness the tests that
-// need a port skip.
+// its socat, which the harness kills when <peer>.kill appears and starts again whenever it ends.
+// Without the harness the tests that need a port skip.
 #pragma once
 
 #include <tavrin/comm/commport.h>
@@ -104,24 +104,14 @@ inline bool WaitForPeer(const CTestPort& port, unsigned long old = 0)
         10000);
 }
 
-// Ends the port's socat at once (SIGKILL), as a peer that disappears. Wine starts a program named
-// by a Unix path as a Unix process; it gives no handle to wait on, so callers watch the effect.
+// Ends the port's socat at once (SIGKILL), as a peer that disappears: the harness kills it when
+// the file <peer>.kill appears. (Wine would start /bin/kill from CreateProcessW, but then closes
+// a stale thread handle value of the caller, which may be any handle the test holds.)
 inline bool KillPeer(const CTestPort& port)
 {
-    const unsigned long pid = PeerProcessId(port);
-    if (pid == 0)
-        return false;
-    ustring command = ustring::sprintf_stc(L"/bin/kill -KILL %lu", pid);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION process = {};
-    if (!::CreateProcessW(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
-        return false;
-    if (process.hThread != nullptr)
-        ::CloseHandle(process.hThread);
-    if (process.hProcess != nullptr)
-        ::CloseHandle(process.hProcess);
-    return true;
+    tavrin::CHandle<-1> request(::CreateFileW(port.strPeer + L".kill", GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                              FILE_ATTRIBUTE_NORMAL, nullptr));
+    return request.IsCreated();
 }
 
 // The harness's port number `index`, ready for use; the test skips without the harness.
