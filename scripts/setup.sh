@@ -4,7 +4,8 @@
 set -euo pipefail
 
 PACKAGES=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix wine wine64 libboost-dev googletest
-          cmake ninja-build python3 socat xvfb xauth ccache libspdlog-dev libfmt-dev iproute2 netbase tshark)
+          cmake ninja-build python3 socat xvfb xauth ccache libspdlog-dev libfmt-dev iproute2 netbase
+          tshark tmux cmark-gfm)
 
 missing=()
 for p in "${PACKAGES[@]}"; do
