@@ -2,7 +2,8 @@
 # prefix, then configures, builds and runs separate CMake projects against it under Wine with the
 # package's own toolchain files: tests/package (headers, versions, the DLL boundary) and every
 # folder of examples/ (an example is a folder with a CMakeLists.txt, its sources and an
-# expected-output.txt; its executable is named after the folder). Two more configure runs must be
+# expected-output.txt, and an arguments.txt when it needs arguments; its executable is named
+# after the folder). Two more configure runs must be
 # refused: from a project of the other width, and asking for the next major version.
 if(NOT TAVRIN_BUILD_TESTS)
   return()

@@ -7,7 +7,8 @@ test); each call writes a GoogleTest-style report to --results so that the run's
   run      configures, builds and runs a separate CMake project against the prefix (installed
            first when it has install rules); the project's executable is named after its
            folder, must exit with 0, and its output must match every line (a regular
-           expression) of the folder's expected-output.txt
+           expression) of the folder's expected-output.txt; the lines of an arguments.txt, if
+           the folder has one, are its command-line arguments
   reject   configures a project against the prefix and expects find_package to refuse, with a
            message that contains --expect (compared with runs of blanks made one)
 """
@@ -145,7 +146,13 @@ def do_run(args):
     if not os.path.isfile(exe):
         exe = os.path.join(args.work, name + ".exe")
     started = time.monotonic()
-    code, output = run_program([args.wine, exe], os.path.dirname(exe))
+    # An example that needs arguments (a port to open, say) lists them in arguments.txt, one a line.
+    arguments = []
+    arguments_file = os.path.join(args.source, "arguments.txt")
+    if os.path.isfile(arguments_file):
+        with open(arguments_file, encoding="utf-8") as f:
+            arguments = [line.strip() for line in f if line.strip()]
+    code, output = run_program([args.wine, exe] + arguments, os.path.dirname(exe))
     print(output, flush=True)
     print(f"{name}.exe ran for {time.monotonic() - started:.1f} s and exited with {code}")
     if code != 0:

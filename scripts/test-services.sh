@@ -64,7 +64,12 @@ start_serial_ports() {
     export "TAVRIN_TEST_COM$n=$dir/peer$n"
   done
   export TAVRIN_TEST_COM_PORTS="${ports# }"
-  for n in $TAVRIN_TEST_COM_NUMBERS; do
+  # A null-modem cable for the examples: both ends of one pair are ports, COM97 and COM98.
+  serial_port_loop "$dir" 97 </dev/null >/dev/null 2>&1 &
+  TAVRIN_SERIAL_LOOPS="$TAVRIN_SERIAL_LOOPS $!"
+  ln -sfn "$dir/com97" "$WINEPREFIX/dosdevices/com97"
+  ln -sfn "$dir/peer97" "$WINEPREFIX/dosdevices/com98"
+  for n in $TAVRIN_TEST_COM_NUMBERS 97; do
     for _ in $(seq 50); do [ -e "$dir/peer$n.pid" ] && break; sleep 0.1; done
   done
 }

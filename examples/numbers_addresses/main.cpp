@@ -1,7 +1,7 @@
 // Tavrin example: numbers in a locale and a table of network addresses, printed through the
 // library's console.
 //
-//   sample [-lcid <locale id>]
+//   numbers_addresses [-lcid <locale id>]
 //
 // Built as a project of its own against the installed library (see CMakeLists.txt beside it).
 #include <tavrin/core/exception.h>
