@@ -507,16 +507,22 @@ void CLogFile::PublishEntry(std::size_t cost)
     m_nQueuedRecords.fetch_add(1, std::memory_order_relaxed);
     QueueChunk* tail = m_pQueueTail;
     tail->nUsed.store(tail->nUsed.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    HandOffQueue();
+}
 
-    // The worker could not get the lock: it gets the queue from whoever holds it.
-    if (m_bHandoffWanted.load(std::memory_order_relaxed) && m_pHandoff.load(std::memory_order_relaxed) == nullptr)
-    {
-        // Published before the queue forgets it: an exit in between finds the chunks twice (and
-        // writes them once), never nowhere.
-        m_pHandoff.store(m_pQueueHead, std::memory_order_release);
-        m_pQueueHead = m_pQueueTail = nullptr;
-        m_bHandoffWanted.store(false, std::memory_order_relaxed);
-    }
+void CLogFile::HandOffQueue()
+{
+    // The worker could not get the lock: it gets the queue from whoever holds it. Callers that
+    // drop records hand it over too, or a full queue would never drain while they keep the
+    // lock busy.
+    if (!m_bHandoffWanted.load(std::memory_order_relaxed) || m_pQueueHead == nullptr ||
+        m_pHandoff.load(std::memory_order_relaxed) != nullptr)
+        return;
+    // Published before the queue forgets it: an exit in between finds the chunks twice (and
+    // writes them once), never nowhere.
+    m_pHandoff.store(m_pQueueHead, std::memory_order_release);
+    m_pQueueHead = m_pQueueTail = nullptr;
+    m_bHandoffWanted.store(false, std::memory_order_relaxed);
 }
 
 void CLogFile::CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes)
@@ -526,6 +532,7 @@ void CLogFile::CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes)
     m_DropRunLast = time;
     m_nDropRunBytes += payloadBytes;
     m_nDropped.fetch_add(1, std::memory_order_relaxed);
+    HandOffQueue();
 }
 
 void CLogFile::QueueDropNotice()

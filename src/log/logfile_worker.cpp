@@ -320,7 +320,8 @@ bool CLogFile::WriteEntry(const LogEntry& entry)
     if (!Write(m_strRecord))
         return false;
     m_nFileEnd.store(end);
-    m_nWritten.fetch_add(1, std::memory_order_relaxed);
+    if (entry.nType != DropNotice::kEntryType)
+        m_nWritten.fetch_add(1, std::memory_order_relaxed);
     return true;
 }
 

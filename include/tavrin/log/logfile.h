@@ -131,7 +131,8 @@ public:
         long nError;                  // why writing stopped: the system error code of the failed
                                       // write (ERROR_DISK_FULL, say), -1 for a failure that was no
                                       // system error; 0 while no write has failed
-        unsigned long long nWritten;  // records written to the file
+        unsigned long long nWritten;  // records written to the file (not counting the notices
+                                      // of dropped records)
         unsigned long long nDropped;  // records refused because the queue was at its limit
         std::size_t nQueued;          // records waiting to be written
         std::size_t nQueuedBytes;     // their memory, as counted against the limit
@@ -236,6 +237,7 @@ private:
     // Counts the tail entry as queued and makes it visible; hands the queue to the worker when
     // it asked for it.
     void PublishEntry(std::size_t cost);
+    void HandOffQueue();
     void CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes);
     void QueueDropNotice();
     DropNotice CurrentDropRun() const;
