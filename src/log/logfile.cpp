@@ -87,11 +87,19 @@ template void AppendDump<ustring>(const unsigned char*, std::size_t, unsigned in
 
 const std::size_t CLogFile::m_nDefaultQueueLimit;
 
+namespace {
+
+// The stand-ins, made on first use. They stay until the library is unloaded (never at process
+// exit), so that proxies built by other modules' exit-time code still find them.
+boost::shared_ptr<CLogFile>* g_pInert = nullptr;
+boost::shared_ptr<CLogFile>* g_pInertAtExit = nullptr;
+
+} // namespace
+
 const boost::shared_ptr<CLogFile>& CLogFile::Inert()
 {
-    // One object serves every channel without a file. It is never destroyed, so that proxies
-    // built during process exit still find it.
-    static const boost::shared_ptr<CLogFile>* inert =
+    // One object serves every channel without a file.
+    static const boost::shared_ptr<CLogFile>* inert = g_pInert =
         new boost::shared_ptr<CLogFile>(new CLogFile(eLogFileDetailOff, nullptr));
     return *inert;
 }
@@ -100,9 +108,16 @@ const boost::shared_ptr<CLogFile>& CLogFile::InertAtExit()
 {
     // The stand-in for exit-time callers when a thread stopped by the exit held the lock of the
     // shared one: only the exiting thread is left to take this one's.
-    static const boost::shared_ptr<CLogFile>* inert =
+    static const boost::shared_ptr<CLogFile>* inert = g_pInertAtExit =
         new boost::shared_ptr<CLogFile>(new CLogFile(eLogFileDetailOff, nullptr));
     return *inert;
+}
+
+void CLogFile::ReleaseStandIns()
+{
+    delete g_pInert;
+    delete g_pInertAtExit;
+    g_pInert = g_pInertAtExit = nullptr;
 }
 
 CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)

@@ -74,6 +74,11 @@ bool IsProcessExiting();
 // every open log file.
 void CloseLogFilesAtProcessExit();
 
+// When the library is unloaded by FreeLibrary (no worker runs then: each holds a reference on
+// the library), after the server's files are closed: releases what the log files kept for the
+// library's lifetime.
+void ReleaseLogFilesAtUnload();
+
 // Holds a critical section for its lifetime. During process exit it only tries the lock (a
 // stopped thread may hold it for ever); the caller then decides whether to go on without it.
 class CExitSafeLock

@@ -37,7 +37,11 @@ struct CLogFileServerAccess
                 server->m_eDetail = eLogFileDetailOff;
             return;
         }
-        server->Shutdown();
+        // Unloaded by FreeLibrary: no caller can reach the server any more, and no worker runs
+        // (each holds a reference on the library), so what the library kept goes with it.
+        g_pLogFileServer.store(nullptr);
+        delete server;
+        detail::ReleaseLogFilesAtUnload();
     }
 };
 
@@ -314,8 +318,9 @@ CLogFileProxy::~CLogFileProxy()
     // meanwhile. The stand-ins of channels without a file came from no entry.
     try
     {
-        if (m_pLogFile != CLogFile::Inert() && m_pLogFile != CLogFile::InertAtExit() && !m_pLogFile->IsOK() &&
-            !detail::IsProcessExiting())
+        // The proxy holds the lock: IsOK without taking it again.
+        if (!m_pLogFile->m_bWorkerRunning.load(std::memory_order_relaxed) && m_pLogFile != CLogFile::Inert() &&
+            m_pLogFile != CLogFile::InertAtExit() && !detail::IsProcessExiting())
             CLogFileServer::Ref().DropLogFile(m_nChannel, m_pLogFile);
     }
     catch (...)

@@ -67,10 +67,10 @@ bool detail::IsProcessExiting()
            (g_pRtlDllShutdownInProgress != nullptr && g_pRtlDllShutdownInProgress());
 }
 
-// Gives the exit clean-up, a plain function, access to the log files.
-struct CLogFileExit
+// Gives the module's clean-ups, plain functions, access to the log files.
+struct CLogFileModule
 {
-    static void CloseAll()
+    static void CloseAllAtExit()
     {
         for (RegistrySlot* slot = g_pRegistry.load(); slot != nullptr; slot = slot->pNext)
         {
@@ -78,12 +78,28 @@ struct CLogFileExit
                 file->CloseAtExit();
         }
     }
+    static void ReleaseAtUnload()
+    {
+        RegistrySlot* slot = g_pRegistry.exchange(nullptr);
+        while (slot != nullptr)
+        {
+            RegistrySlot* next = slot->pNext;
+            delete slot;
+            slot = next;
+        }
+        CLogFile::ReleaseStandIns();
+    }
 };
 
 void detail::CloseLogFilesAtProcessExit()
 {
     g_bProcessExiting = true;
-    CLogFileExit::CloseAll();
+    CLogFileModule::CloseAllAtExit();
+}
+
+void detail::ReleaseLogFilesAtUnload()
+{
+    CLogFileModule::ReleaseAtUnload();
 }
 
 void CLogFile::Register()

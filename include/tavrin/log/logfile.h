@@ -210,7 +210,7 @@ public:
 
 private:
     friend class CLogFileProxy;
-    friend struct CLogFileExit;
+    friend struct CLogFileModule;
     typedef std::map<const OVERLAPPED*, PendingOperation> PendingMap;
     // A fixed block of queue entries. Entries never move once queued, so the queue grows without
     // copying under the lock, and the queued entries can be read without it at process exit,
@@ -224,6 +224,8 @@ private:
     // Another one for proxies built during process exit when a stopped thread holds the lock of
     // the first.
     static const boost::shared_ptr<CLogFile>& InertAtExit();
+    // Deletes both when the library is unloaded.
+    static void ReleaseStandIns();
 
     void QueueData(unsigned int type, const void* data, unsigned int size, bool synchronous);
     // Under the lock: the entry to fill for a record of about `payloadBytes`, after the notice of
