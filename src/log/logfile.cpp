@@ -13,18 +13,14 @@ namespace {
 const char kHexDigits[] = "0123456789ABCDEF";
 // Room for the formatted text of most events; longer ones take the general path.
 const int kShortTextLength = 512;
+// Callers hold a log file's lock for a few hundred nanoseconds: a contended Lock spins first.
+const unsigned long kLockSpinCount = 4000;
 
 // The characters that the dump shows as themselves: those for which isgraph holds in the C
 // locale. A fixed test keeps the files the same whatever locale the application has set.
 inline bool IsDumpGraphic(unsigned char byte)
 {
     return byte > 0x20 && byte < 0x7F;
-}
-
-// What an entry counts against the queue limit: its buffers as allocated, and the entry itself.
-std::size_t EntryCost(const CLogFile::LogEntry& entry)
-{
-    return sizeof(CLogFile::LogEntry) + entry.data.capacity() + entry.text.capacity() * sizeof(wchar_t);
 }
 
 // Whether `cost` more bytes keep the queue within `limit`.
@@ -121,7 +117,8 @@ void CLogFile::ReleaseStandIns()
 }
 
 CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
-    : m_StopEvent(nullptr, TRUE, FALSE, nullptr),
+    : m_cs(kLockSpinCount),
+      m_StopEvent(nullptr, TRUE, FALSE, nullptr),
       m_pQueueHead(nullptr),
       m_pQueueTail(nullptr),
       m_eDetail(detail),
@@ -135,22 +132,29 @@ CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
       m_nIdleChunks(0),
       m_bHandoffWanted(false),
       m_pHandoff(nullptr),
+      m_nQueueLimit(m_nDefaultQueueLimit),
+      m_nBytesIn(0),
+      m_nRecordsIn(0),
+      m_nDropped(0),
+      m_nBytesOutSeen(0),
+      m_nDropRunRecords(0),
+      m_nDropRunBytes(0),
+      m_DropRunFirst(),
+      m_DropRunLast(),
+      m_dwProxyThread(0),
+      m_bProxyTime(false),
+      m_ProxyTime(),
+      m_aSeparator(),
       m_pBatch(nullptr),
       m_pBatchNext(nullptr),
       m_pInFlight(nullptr),
       m_nInFlightStart(0),
       m_nInFlightEnd(0),
       m_nFileEnd(0),
-      m_nQueueLimit(m_nDefaultQueueLimit),
-      m_nQueuedBytes(0),
-      m_nQueuedRecords(0),
+      m_nBytesOut(0),
+      m_nRecordsOut(0),
       m_nWritten(0),
-      m_nDropped(0),
       m_nError(0),
-      m_nDropRunRecords(0),
-      m_nDropRunBytes(0),
-      m_DropRunFirst(),
-      m_DropRunLast(),
       m_pRegistration(nullptr)
 {
     m_Thread.SetRoutine([this] { return ThreadRoutine(); });
@@ -275,9 +279,9 @@ void CLogFile::Clear()
             const unsigned int used = chunk->nUsed.load();
             std::size_t bytes = 0;
             for (unsigned int i = 0; i < used; ++i)
-                bytes += EntryCost(chunk->entries[i]);
-            m_nQueuedBytes -= bytes;
-            m_nQueuedRecords -= used;
+                bytes += detail::EntryCost(chunk->entries[i]);
+            m_nBytesIn.store(m_nBytesIn.load() - bytes);
+            m_nRecordsIn.store(m_nRecordsIn.load() - used);
             chunk->Reset();
             if (m_nIdleChunks.load() < QueueChunk::kIdleLimit)
             {
@@ -311,8 +315,9 @@ void CLogFile::ReleaseIdleChunks()
         m_pFreeChunks = nullptr;
         DeleteChunks(m_pSpareChunks.exchange(nullptr));
         m_nIdleChunks = 0;
-        m_nQueuedBytes = 0;
-        m_nQueuedRecords = 0;
+        m_nBytesIn.store(m_nBytesOut.load());
+        m_nRecordsIn.store(m_nRecordsOut.load());
+        m_nBytesOutSeen = m_nBytesOut.load();
         std::string().swap(m_strRecord);
     }
     catch (...)
@@ -349,8 +354,8 @@ CLogFile::Status CLogFile::GetStatus() const
     status.nError = m_nError.load();
     status.nWritten = m_nWritten.load();
     status.nDropped = m_nDropped.load();
-    status.nQueued = m_nQueuedRecords.load();
-    status.nQueuedBytes = m_nQueuedBytes.load();
+    status.nQueued = m_nRecordsIn.load() - m_nRecordsOut.load();
+    status.nQueuedBytes = QueuedBytes();
     status.nQueueLimit = m_nQueueLimit.load();
     return status;
 }
@@ -373,8 +378,9 @@ void CLogFile::LogTextV(bool important, const wchar_t* format, va_list args)
     {
         // Time and formatting happen before the lock, so that threads logging to one file hold
         // it only to fill an entry. Short texts are formatted on the stack.
+        const bool proxied = IsProxiedHere();
         SYSTEMTIME now;
-        ::GetLocalTime(&now);
+        TakeTime(proxied, now);
         wchar_t local[kShortTextLength];
         va_list attempt;
         va_copy(attempt, args);
@@ -385,7 +391,7 @@ void CLogFile::LogTextV(bool important, const wchar_t* format, va_list args)
             longText.vsprintf(format, args);
         const std::size_t textLength = length >= 0 ? static_cast<std::size_t>(length) : longText.size();
 
-        CExitSafeLock lock(m_cs);
+        CExitSafeLock lock(m_cs, proxied);
         if (!lock.Locked() || !m_bWorkerRunning)
             return;
         LogEntry* entry = AdmitEntry(now, textLength * sizeof(wchar_t));
@@ -422,11 +428,12 @@ void CLogFile::QueueData(unsigned int type, const void* data, unsigned int size,
         return;
     try
     {
+        const bool proxied = IsProxiedHere();
         SYSTEMTIME now;
-        ::GetLocalTime(&now);
+        TakeTime(proxied, now);
         if (data == nullptr)
             size = 0;
-        CExitSafeLock lock(m_cs);
+        CExitSafeLock lock(m_cs, proxied);
         if (!lock.Locked() || !m_bWorkerRunning)
             return;
         LogEntry* entry = AdmitEntry(now, size);
@@ -445,24 +452,46 @@ void CLogFile::QueueData(unsigned int type, const void* data, unsigned int size,
     }
 }
 
+void CLogFile::TakeTime(bool proxied, SYSTEMTIME& time)
+{
+    // The proxy's fields are this thread's while it holds the lock.
+    if (proxied && m_bProxyTime)
+    {
+        time = m_ProxyTime;
+        m_bProxyTime = false;
+    }
+    else
+        ::GetLocalTime(&time);
+}
+
+bool CLogFile::FitsQueue(std::size_t cost, std::size_t limit)
+{
+    // The worker's count is read only when the last one seen says no: it changes with every
+    // record written, and reading it each time would fetch its cache line from the worker.
+    const std::size_t in = m_nBytesIn.load(std::memory_order_relaxed);
+    if (Fits(in - m_nBytesOutSeen, cost, limit))
+        return true;
+    m_nBytesOutSeen = m_nBytesOut.load(std::memory_order_relaxed);
+    return Fits(in - m_nBytesOutSeen, cost, limit);
+}
+
 CLogFile::LogEntry* CLogFile::AdmitEntry(const SYSTEMTIME& time, std::size_t payloadBytes)
 {
     const std::size_t limit = m_nQueueLimit.load(std::memory_order_relaxed);
-    const std::size_t queued = m_nQueuedBytes.load(std::memory_order_relaxed);
     const std::size_t cost = sizeof(LogEntry) + payloadBytes;
     if (m_nDropRunRecords != 0)
     {
         // Once records are dropped, the queue must drain to three quarters of its limit before it
         // takes records again: one notice per overload, rather than one between every two
         // records while it stays at the limit.
-        if (!Fits(queued, cost, limit - limit / 4))
+        if (!FitsQueue(cost, limit - limit / 4))
         {
             CountDrop(time, payloadBytes);
             return nullptr;
         }
         QueueDropNotice();
     }
-    else if (!Fits(queued, cost, limit))
+    else if (!FitsQueue(cost, limit))
     {
         CountDrop(time, payloadBytes);
         return nullptr;
@@ -501,8 +530,8 @@ CLogFile::LogEntry& CLogFile::TailEntry()
 void CLogFile::CommitEntry(LogEntry& entry)
 {
     // The estimate of AdmitEntry did not know the capacity of the entry's buffers.
-    const std::size_t cost = EntryCost(entry);
-    if (!Fits(m_nQueuedBytes.load(std::memory_order_relaxed), cost, m_nQueueLimit.load(std::memory_order_relaxed)))
+    const std::size_t cost = detail::EntryCost(entry);
+    if (!FitsQueue(cost, m_nQueueLimit.load(std::memory_order_relaxed)))
     {
         CountDrop(entry.time, entry.data.size() + entry.text.size() * sizeof(wchar_t));
         // The entry stays unpublished, to be filled again; without a large buffer that nothing
@@ -518,8 +547,9 @@ void CLogFile::CommitEntry(LogEntry& entry)
 
 void CLogFile::PublishEntry(std::size_t cost)
 {
-    m_nQueuedBytes.fetch_add(cost, std::memory_order_relaxed);
-    m_nQueuedRecords.fetch_add(1, std::memory_order_relaxed);
+    // Only callers, under the lock, count in: no locked instruction needed.
+    m_nBytesIn.store(m_nBytesIn.load(std::memory_order_relaxed) + cost, std::memory_order_relaxed);
+    m_nRecordsIn.store(m_nRecordsIn.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     QueueChunk* tail = m_pQueueTail;
     tail->nUsed.store(tail->nUsed.load(std::memory_order_relaxed) + 1, std::memory_order_release);
     HandOffQueue();
@@ -546,7 +576,7 @@ void CLogFile::CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes)
         m_DropRunFirst = time;
     m_DropRunLast = time;
     m_nDropRunBytes += payloadBytes;
-    m_nDropped.fetch_add(1, std::memory_order_relaxed);
+    m_nDropped.store(m_nDropped.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     HandOffQueue();
 }
 
@@ -563,7 +593,7 @@ void CLogFile::QueueDropNotice()
     m_nDropRunRecords = 0;
     m_nDropRunBytes = 0;
     // The notice is queued whatever the limit: it is small, and one per overload.
-    PublishEntry(EntryCost(entry));
+    PublishEntry(detail::EntryCost(entry));
 }
 
 CLogFile::DropNotice CLogFile::CurrentDropRun() const

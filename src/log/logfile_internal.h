@@ -62,6 +62,12 @@ struct CLogFile::DropNotice
 
 namespace detail {
 
+// What an entry counts against the queue limit: its buffers as allocated, and the entry itself.
+inline std::size_t EntryCost(const CLogFile::LogEntry& entry)
+{
+    return sizeof(CLogFile::LogEntry) + entry.data.capacity() + entry.text.capacity() * sizeof(wchar_t);
+}
+
 // Appends the dump lines of `data` (see CLogFile::Bin2Text) to a std::string or a ustring.
 template <class String>
 void AppendDump(const unsigned char* data, std::size_t size, unsigned int width, String& out);
@@ -85,6 +91,9 @@ class CExitSafeLock
 {
 public:
     explicit CExitSafeLock(CCriticalSection& cs) : m_cs(cs), m_bLocked(cs.Lock(!IsProcessExiting())) {}
+    // `held`: the calling thread holds the lock already (through a proxy) and takes it no
+    // second time.
+    CExitSafeLock(CCriticalSection& cs, bool held) : m_cs(cs), m_bLocked(!held && cs.Lock(!IsProcessExiting())), m_bHeld(held) {}
     CExitSafeLock(const CExitSafeLock&) = delete;
     CExitSafeLock& operator=(const CExitSafeLock&) = delete;
     ~CExitSafeLock()
@@ -93,11 +102,12 @@ public:
             m_cs.Unlock();
     }
 
-    bool Locked() const { return m_bLocked; }
+    bool Locked() const { return m_bLocked || m_bHeld; }
 
 private:
     CCriticalSection& m_cs;
     const bool m_bLocked;
+    const bool m_bHeld = false;
 };
 
 } // namespace detail

@@ -219,7 +219,7 @@ unsigned int CLogFile::WorkerRoutine()
     // must never compete with the communication that it records.
     for (;;)
     {
-        const DWORD cycle = m_nQueuedBytes.load(std::memory_order_relaxed) >= kBacklogBytes ? 0 : kWorkerCycleMs;
+        const DWORD cycle = QueuedBytes() >= kBacklogBytes ? 0 : kWorkerCycleMs;
         bool stopping = ::WaitForSingleObject(m_StopEvent.GetHandle(), cycle) != WAIT_TIMEOUT;
         QueueChunk* batch = TakeBatch(stopping);
         if (!WriteBatch(batch))
@@ -306,9 +306,10 @@ bool CLogFile::WriteBatch(QueueChunk* batch)
                 m_bWorkerRunning = false;
                 return false;
             }
-            m_nQueuedBytes.fetch_sub(sizeof(LogEntry) + entry.data.capacity() + entry.text.capacity() * sizeof(wchar_t),
-                                     std::memory_order_relaxed);
-            m_nQueuedRecords.fetch_sub(1, std::memory_order_relaxed);
+            // Only the worker counts out.
+            m_nBytesOut.store(m_nBytesOut.load(std::memory_order_relaxed) + detail::EntryCost(entry),
+                              std::memory_order_relaxed);
+            m_nRecordsOut.store(m_nRecordsOut.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
             // The next entry to write, then the end of the write under way: an exit in between
             // sees the record as written (see WriteLeftovers).
             m_pBatchNext.store(i + 1 < used ? &chunk->entries[i + 1] : (next != nullptr ? &next->entries[0] : nullptr));
@@ -337,7 +338,7 @@ bool CLogFile::WriteEntry(const LogEntry& entry)
         return false;
     m_nFileEnd.store(end);
     if (entry.nType != DropNotice::kEntryType)
-        m_nWritten.fetch_add(1, std::memory_order_relaxed);
+        m_nWritten.store(m_nWritten.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     return true;
 }
 

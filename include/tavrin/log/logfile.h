@@ -228,6 +228,10 @@ private:
     static void ReleaseStandIns();
 
     void QueueData(unsigned int type, const void* data, unsigned int size, bool synchronous);
+    // Whether the calling thread holds the lock through a proxy.
+    bool IsProxiedHere() const { return m_dwProxyThread.load(std::memory_order_relaxed) == ::GetCurrentThreadId(); }
+    // The time of a record about to be queued: the proxy's, unless a record used it already.
+    void TakeTime(bool proxied, SYSTEMTIME& time);
     // Under the lock: the entry to fill for a record of about `payloadBytes`, after the notice of
     // earlier drops when there is one; null when the record is dropped (and counted).
     LogEntry* AdmitEntry(const SYSTEMTIME& time, std::size_t payloadBytes);
@@ -240,6 +244,10 @@ private:
     // it asked for it.
     void PublishEntry(std::size_t cost);
     void HandOffQueue();
+    // Whether `cost` more bytes keep the queue within `limit`; under the lock.
+    bool FitsQueue(std::size_t cost, std::size_t limit);
+    // What the records waiting to be written take, as counted against the limit.
+    std::size_t QueuedBytes() const { return m_nBytesIn.load(std::memory_order_relaxed) - m_nBytesOut.load(std::memory_order_relaxed); }
     void CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes);
     void QueueDropNotice();
     DropNotice CurrentDropRun() const;
@@ -312,6 +320,29 @@ private:
     // record hands the queue over.
     std::atomic<bool> m_bHandoffWanted;
     std::atomic<QueueChunk*> m_pHandoff;
+    std::atomic<std::size_t> m_nQueueLimit;
+    // The records queued: their memory and number counted in by callers (under the lock) and
+    // out by the worker, each side writing only its own (the difference is what waits); and
+    // the records dropped.
+    std::atomic<std::size_t> m_nBytesIn;
+    std::atomic<std::size_t> m_nRecordsIn;
+    std::atomic<unsigned long long> m_nDropped;
+    // The worker's count out as last read (under the lock).
+    std::size_t m_nBytesOutSeen;
+    // The records dropped since the last notice (under the lock).
+    unsigned long long m_nDropRunRecords;
+    unsigned long long m_nDropRunBytes;
+    SYSTEMTIME m_DropRunFirst;
+    SYSTEMTIME m_DropRunLast;
+    // Set by a proxy while it holds the lock: its thread (which need not lock again), and the
+    // time that it took before locking, until a record uses it.
+    std::atomic<DWORD> m_dwProxyThread;
+    bool m_bProxyTime;
+    SYSTEMTIME m_ProxyTime;
+
+    // Keeps what the worker writes for every record off the cache lines that callers use.
+    char m_aSeparator[64];
+
     // The batch being written: its chunks, the next entry to write, and the entry whose write is
     // under way with the file offsets before and after it. Read at process exit to finish the
     // batch without writing a record twice.
@@ -321,20 +352,12 @@ private:
     std::atomic<unsigned long long> m_nInFlightStart;
     std::atomic<unsigned long long> m_nInFlightEnd;
     std::atomic<unsigned long long> m_nFileEnd;
+    std::atomic<std::size_t> m_nBytesOut;
+    std::atomic<std::size_t> m_nRecordsOut;
+    std::atomic<unsigned long long> m_nWritten;
+    std::atomic<long> m_nError;
     // The record being written, kept for its capacity.
     std::string m_strRecord;
-
-    std::atomic<std::size_t> m_nQueueLimit;
-    std::atomic<std::size_t> m_nQueuedBytes;
-    std::atomic<std::size_t> m_nQueuedRecords;
-    std::atomic<unsigned long long> m_nWritten;
-    std::atomic<unsigned long long> m_nDropped;
-    std::atomic<long> m_nError;
-    // The records dropped since the last notice (under the lock).
-    unsigned long long m_nDropRunRecords;
-    unsigned long long m_nDropRunBytes;
-    SYSTEMTIME m_DropRunFirst;
-    SYSTEMTIME m_DropRunLast;
 
     // Slot in the list of open log files.
     void* m_pRegistration;
@@ -416,7 +439,10 @@ private:
 };
 
 // Access to the log file of one channel for the duration of one logging action. The proxy holds
-// the log file's lock for its whole life, so keep it short. A channel without a log file gets a
+// the log file's lock for its whole life, so keep it short. It takes the local time before it
+// waits for the lock, and the first record logged through it carries that time: the lock is not
+// held across the time stamp, so records of several threads may show their times a little out
+// of order (by as long as one waited for the other). A channel without a log file gets a
 // stand-in log file that ignores every call (one for all such channels: unlogged I/O costs a map
 // look-up and a lock, nothing more). When the proxy ends and its file is no longer usable (its
 // worker ended after a failed write, or it was closed), the file is dropped from the server.
@@ -431,8 +457,16 @@ public:
     CLogFile& operator()() const { return *m_pLogFile; }
 
 private:
-    // The channel's log file, or the stand-in that ignores every call.
-    static boost::shared_ptr<CLogFile> LogFileOfChannel(unsigned int channel);
+    // The channel's log file (or the stand-in that ignores every call) and, for a file that
+    // logs, the local time for the first record, taken before the lock.
+    struct Prepared
+    {
+        boost::shared_ptr<CLogFile> pFile;
+        SYSTEMTIME time;
+        bool bTimed;
+    };
+    static Prepared Prepare(unsigned int channel);
+    CLogFileProxy(unsigned int channel, Prepared&& prepared);
 
     unsigned int m_nChannel;
     boost::shared_ptr<CLogFile> m_pLogFile;
