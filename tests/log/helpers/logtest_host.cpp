@@ -3,8 +3,9 @@
 // Writes what it observed to "report.txt" in its folder as key=value lines.
 //
 //   tavrin_logtest_host unload <folder> <records> <shutdown>
-//       the plug-in logs without formatter; with <shutdown> 1 it calls CLogFileServer::Shutdown
-//       before both modules are freed.
+//       the plug-in logs without formatter; it calls CLogFileServer::Shutdown before both
+//       modules are freed with <shutdown> 1, in its DllMain when it is freed with 2, not at all
+//       with 0.
 //   tavrin_logtest_host formatter <folder> <records> <formatterMs>
 //       the plug-in logs through its own slow formatter and is freed at once, while the records
 //       are still queued; the library stays loaded.
@@ -112,7 +113,8 @@ int wmain(int argc, wchar_t** argv)
     const LPSTART start = Export<LPSTART>(plugin, "LogPluginStart");
     const LPLOG log = Export<LPLOG>(plugin, "LogPluginLog");
     const LPSHUTDOWN shutdown = Export<LPSHUTDOWN>(plugin, "LogPluginShutdown");
-    if (start == nullptr || log == nullptr || shutdown == nullptr)
+    const LPSHUTDOWN shutdownAtDetach = Export<LPSHUTDOWN>(plugin, "LogPluginShutdownAtDetach");
+    if (start == nullptr || log == nullptr || shutdown == nullptr || shutdownAtDetach == nullptr)
         return 4;
 
     if (scenario == L"unload")
@@ -120,8 +122,10 @@ int wmain(int argc, wchar_t** argv)
         if (!start(g_strFolder.c_str(), kChannel, 0, 0))
             return 5;
         log(kChannel, records);
-        if (option != 0)
+        if (option == 1)
             shutdown();
+        else if (option == 2)
+            shutdownAtDetach();
         Note("plugin_free_ms", TimedFree(plugin));
         Note("library_free_ms", TimedFree(library));
         // A worker lets go of the library as its thread ends, a moment after Shutdown returned.

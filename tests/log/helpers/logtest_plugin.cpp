@@ -7,6 +7,7 @@ using namespace tavrin;
 namespace {
 
 unsigned int g_nFormatterMs = 0;
+bool g_bShutdownAtDetach = false;
 
 ustring __stdcall PluginFormatter(const std::vector<unsigned char>& data)
 {
@@ -46,4 +47,18 @@ extern "C" __declspec(dllexport) void LogPluginLog(unsigned int channel, unsigne
 extern "C" __declspec(dllexport) void LogPluginShutdown()
 {
     CLogFileServer::Ref().Shutdown();
+}
+
+// Makes the plug-in call CLogFileServer::Shutdown from its DllMain when it is freed, under the
+// loader lock.
+extern "C" __declspec(dllexport) void LogPluginShutdownAtDetach()
+{
+    g_bShutdownAtDetach = true;
+}
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID reserved)
+{
+    if (reason == DLL_PROCESS_DETACH && reserved == nullptr && g_bShutdownAtDetach)
+        CLogFileServer::Ref().Shutdown();
+    return TRUE;
 }
