@@ -93,7 +93,10 @@ public:
     explicit CExitSafeLock(CCriticalSection& cs) : m_cs(cs), m_bLocked(cs.Lock(!IsProcessExiting())) {}
     // `held`: the calling thread holds the lock already (through a proxy) and takes it no
     // second time.
-    CExitSafeLock(CCriticalSection& cs, bool held) : m_cs(cs), m_bLocked(!held && cs.Lock(!IsProcessExiting())), m_bHeld(held) {}
+    CExitSafeLock(CCriticalSection& cs, bool held)
+        : m_cs(cs), m_bLocked(!held && cs.Lock(!IsProcessExiting())), m_bHeld(held)
+    {
+    }
     CExitSafeLock(const CExitSafeLock&) = delete;
     CExitSafeLock& operator=(const CExitSafeLock&) = delete;
     ~CExitSafeLock()

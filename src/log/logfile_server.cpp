@@ -311,7 +311,8 @@ CLogFileProxy::Prepared CLogFileProxy::Prepare(unsigned int channel)
     }
     // The time of the record about to be logged, before the lock: waiting for it does not
     // lengthen everybody else's wait.
-    if (prepared.pFile->m_eDetail != eLogFileDetailOff && prepared.pFile->m_bWorkerRunning.load(std::memory_order_relaxed))
+    if (prepared.pFile->m_eDetail != eLogFileDetailOff &&
+        prepared.pFile->m_bWorkerRunning.load(std::memory_order_relaxed))
     {
         ::GetLocalTime(&prepared.time);
         prepared.bTimed = true;

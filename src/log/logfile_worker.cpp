@@ -159,8 +159,8 @@ void CLogFile::StartWorker()
     // The worker holds a reference on this library until its thread has left the library's
     // code for good (FreeLibraryAndExitThread): a FreeLibrary meanwhile cannot unload the code
     // under it, and the thread's end never has to be waited for.
-    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                              reinterpret_cast<LPCWSTR>(TAVRIN_MODULE), &m_hWorkerModule))
+    if (!::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(TAVRIN_MODULE),
+                              &m_hWorkerModule))
         m_hWorkerModule = nullptr;
     try
     {
@@ -501,9 +501,9 @@ void CLogFile::FormatDropNotice(const DropNotice& notice, std::string& out)
     out.assign("Text Event, ");
     AppendTime(notice.first, out);
     char text[192];
-    const int length =
-        std::snprintf(text, sizeof(text), "\r\nQueue limit of %llu bytes reached: records dropped: %llu (%llu bytes), from ",
-                      notice.nLimit, notice.nRecords, notice.nBytes);
+    const int length = std::snprintf(text, sizeof(text),
+                                     "\r\nQueue limit of %llu bytes reached: records dropped: %llu (%llu bytes), from ",
+                                     notice.nLimit, notice.nRecords, notice.nBytes);
     if (length > 0)
         out.append(text, std::min<std::size_t>(static_cast<std::size_t>(length), sizeof(text) - 1));
     AppendTime(notice.first, out);

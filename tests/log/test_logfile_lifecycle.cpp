@@ -35,9 +35,9 @@ ustring ProgramFolder()
 
 struct ChildRun
 {
-    bool bEnded;     // within the time limit
+    bool bEnded; // within the time limit
     DWORD nExitCode;
-    DWORD nMs;       // from start to end
+    DWORD nMs; // from start to end
 };
 
 // Runs a helper program with its standard streams on NUL, for at most `limitMs`; a program that
@@ -56,8 +56,8 @@ ChildRun RunChild(const wchar_t* program, const ustring& arguments, DWORD limitM
     PROCESS_INFORMATION process = {};
     std::wstring mutableLine = commandLine;
     const ULONGLONG start = ::GetTickCount64();
-    const BOOL created = ::CreateProcessW(nullptr, &mutableLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                                          &startup, &process);
+    const BOOL created =
+        ::CreateProcessW(nullptr, &mutableLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
     ::CloseHandle(nul);
     EXPECT_TRUE(created) << "cannot start " << Narrow(commandLine);
     if (!created)
@@ -106,8 +106,8 @@ unsigned long long Number(const std::map<std::string, std::string>& report, cons
 // that files of hundreds of megabytes pass through a 32-bit process.
 void ForEachLine(const ustring& path, const std::function<void(const std::string&)>& visit)
 {
-    HANDLE file = ::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0,
-                                nullptr);
+    HANDLE file =
+        ::CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, file) << Narrow(path);
     std::string pending;
     std::vector<char> block(4 << 20);
@@ -131,14 +131,19 @@ void ForEachLine(const ustring& path, const std::function<void(const std::string
 struct IndexedRecords
 {
     std::vector<unsigned int> indexes;
-    unsigned int formatted = 0;   // records whose formatter line names their own index
-    unsigned int other = 0;       // lines that belong to no data record
+    unsigned int formatted = 0; // records whose formatter line names their own index
+    unsigned int other = 0;     // lines that belong to no data record
 };
 
 IndexedRecords ReadIndexedRecords(const ustring& path, const char* header, const char* formatterText)
 {
     IndexedRecords records;
-    enum { eHeader, eBody, eDump } state = eHeader;
+    enum
+    {
+        eHeader,
+        eBody,
+        eDump
+    } state = eHeader;
     unsigned int formatterIndex = ~0u;
     ForEachLine(path, [&](const std::string& line) {
         if (line.empty())
@@ -215,9 +220,9 @@ TEST(LogFileLifecycle, EveryWayOfEndingWritesTheRecordsInFlight)
         unsigned int formatterMs;
         unsigned int delayMs;
     } cases[] = {
-        {L"return", 1000, 1, 300},   {L"exit", 1000, 1, 300},      {L"ExitProcess", 1000, 1, 300},
-        {L"throw", 1000, 1, 300},    {L"ExitProcess", 200000, 0, 0}, {L"return", 50000, 0, 0},
-        {L"exit", 50000, 0, 0},      {L"throw", 50000, 0, 0},
+        {L"return", 1000, 1, 300}, {L"exit", 1000, 1, 300},        {L"ExitProcess", 1000, 1, 300},
+        {L"throw", 1000, 1, 300},  {L"ExitProcess", 200000, 0, 0}, {L"return", 50000, 0, 0},
+        {L"exit", 50000, 0, 0},    {L"throw", 50000, 0, 0},
     };
     for (const auto& c : cases)
     {
@@ -231,8 +236,8 @@ TEST(LogFileLifecycle, EveryWayOfEndingWritesTheRecordsInFlight)
             EXPECT_NE(0u, run.nExitCode);
         else
             EXPECT_EQ(0u, run.nExitCode);
-        const IndexedRecords records =
-            ReadIndexedRecords(OnlyLogFile(folder.Path()), kSyncWrite16, c.formatterMs ? "formatted record %u" : nullptr);
+        const IndexedRecords records = ReadIndexedRecords(OnlyLogFile(folder.Path()), kSyncWrite16,
+                                                          c.formatterMs ? "formatted record %u" : nullptr);
         EXPECT_TRUE(IsSequence(records.indexes, c.records));
         EXPECT_EQ(c.formatterMs ? c.records : 0u, records.formatted);
         EXPECT_EQ(0u, records.other);
@@ -247,8 +252,8 @@ TEST(LogFileLifecycle, AThreadHoldingAProxyAtTheEndCostsNothing)
     {
         SCOPED_TRACE(Narrow(how));
         CTempFolder folder(L"holder");
-        const ChildRun run =
-            RunChild(L"tavrin_logtest_child.exe", ustring::sprintf_stc(L"holder %ls \"%ls\" 1000", how, folder.Path().c_str()));
+        const ChildRun run = RunChild(L"tavrin_logtest_child.exe",
+                                      ustring::sprintf_stc(L"holder %ls \"%ls\" 1000", how, folder.Path().c_str()));
         ASSERT_TRUE(run.bEnded);
         const std::vector<Record> records = ParseRecords(ReadBytes(OnlyLogFile(folder.Path())));
         ASSERT_EQ(1001u, records.size());
@@ -273,8 +278,9 @@ TEST(LogFileLifecycle, ThreadsStillLoggingAtTheEndLoseAtMostTheCallCutShort)
     {
         SCOPED_TRACE(Narrow(how));
         CTempFolder folder(L"loggers");
-        const ChildRun run = RunChild(L"tavrin_logtest_child.exe",
-                                      ustring::sprintf_stc(L"loggers %ls \"%ls\" %u 300", how, folder.Path().c_str(), kThreads));
+        const ChildRun run =
+            RunChild(L"tavrin_logtest_child.exe",
+                     ustring::sprintf_stc(L"loggers %ls \"%ls\" %u 300", how, folder.Path().c_str(), kThreads));
         ASSERT_TRUE(run.bEnded);
         const std::vector<unsigned char> counts = tavrintest::ReadFileBytes(folder / L"counts.bin");
         ASSERT_EQ(kThreads * sizeof(LONG), counts.size());
@@ -313,10 +319,9 @@ TEST(LogFileUnload, FreeLibraryReturnsAtOnceAndLosesNothingWithOrWithoutShutdown
     {
         SCOPED_TRACE(shutdown == 1 ? "with Shutdown" : shutdown == 2 ? "with Shutdown in DllMain" : "without Shutdown");
         CTempFolder folder(L"unload");
-        const ChildRun run = RunChild(L"tavrin_logtest_host.exe", ustring::sprintf_stc(L"unload \"%ls\" %u %u",
-                                                                                         folder.Path().c_str(), kRecords,
-                                                                                         shutdown),
-                                      60000);
+        const ChildRun run =
+            RunChild(L"tavrin_logtest_host.exe",
+                     ustring::sprintf_stc(L"unload \"%ls\" %u %u", folder.Path().c_str(), kRecords, shutdown), 60000);
         ASSERT_TRUE(run.bEnded);
         ASSERT_EQ(0u, run.nExitCode);
         const auto report = ReadReport(folder.Path());
@@ -326,7 +331,8 @@ TEST(LogFileUnload, FreeLibraryReturnsAtOnceAndLosesNothingWithOrWithoutShutdown
         // and goes on writing.
         EXPECT_EQ(shutdown != 0 ? 0u : 1u, Number(report, "library_loaded"));
         EXPECT_EQ(1u, Number(report, "complete_before_exit"));
-        EXPECT_TRUE(IsSequence(ReadIndexedRecords(OnlyLogFile(folder.Path()), kSyncWrite16, nullptr).indexes, kRecords));
+        EXPECT_TRUE(
+            IsSequence(ReadIndexedRecords(OnlyLogFile(folder.Path()), kSyncWrite16, nullptr).indexes, kRecords));
     }
 }
 
@@ -337,8 +343,9 @@ TEST(LogFileUnload, APluginsFormatterStaysUsableAfterThePluginIsFreed)
     // normally.
     const unsigned int kRecords = 300;
     CTempFolder folder(L"formatter");
-    const ChildRun run = RunChild(L"tavrin_logtest_host.exe",
-                                  ustring::sprintf_stc(L"formatter \"%ls\" %u 2", folder.Path().c_str(), kRecords), 60000);
+    const ChildRun run =
+        RunChild(L"tavrin_logtest_host.exe",
+                 ustring::sprintf_stc(L"formatter \"%ls\" %u 2", folder.Path().c_str(), kRecords), 60000);
     ASSERT_TRUE(run.bEnded);
     EXPECT_EQ(0u, run.nExitCode);
     const auto report = ReadReport(folder.Path());
@@ -358,8 +365,9 @@ TEST(LogFileFlood, SixteenThreadsOnOneChannelWriteOnWithinTheLimit)
     const unsigned long long kLimit = 4 << 20;
     const unsigned int kMs = 3000;
     CTempFolder folder(L"flood");
-    const ChildRun run = RunChild(L"tavrin_logtest_child.exe",
-                                  ustring::sprintf_stc(L"flood \"%ls\" 16 %u %llu", folder.Path().c_str(), kMs, kLimit));
+    const ChildRun run =
+        RunChild(L"tavrin_logtest_child.exe",
+                 ustring::sprintf_stc(L"flood \"%ls\" 16 %u %llu", folder.Path().c_str(), kMs, kLimit));
     ASSERT_TRUE(run.bEnded);
     ASSERT_EQ(0u, run.nExitCode);
     const auto report = ReadReport(folder.Path());
@@ -424,10 +432,10 @@ bool RunUnixShell(const std::string& script, int& status)
     typedef char*(CDECL * LPUNIXNAME)(const wchar_t*);
     typedef wchar_t*(CDECL * LPDOSNAME)(const char*);
     const HMODULE kernel = ::GetModuleHandleW(L"kernel32.dll");
-    const auto unixName = reinterpret_cast<LPUNIXNAME>(
-        reinterpret_cast<void (*)()>(::GetProcAddress(kernel, "wine_get_unix_file_name")));
-    const auto dosName = reinterpret_cast<LPDOSNAME>(
-        reinterpret_cast<void (*)()>(::GetProcAddress(kernel, "wine_get_dos_file_name")));
+    const auto unixName =
+        reinterpret_cast<LPUNIXNAME>(reinterpret_cast<void (*)()>(::GetProcAddress(kernel, "wine_get_unix_file_name")));
+    const auto dosName =
+        reinterpret_cast<LPDOSNAME>(reinterpret_cast<void (*)()>(::GetProcAddress(kernel, "wine_get_dos_file_name")));
     if (unixName == nullptr || dosName == nullptr)
         return false;
     static int counter = 0;
@@ -441,8 +449,8 @@ bool RunUnixShell(const std::string& script, int& status)
     ::HeapFree(::GetProcessHeap(), 0, shell);
     ::HeapFree(::GetProcessHeap(), 0, markerDos);
 
-    const std::string line =
-        "sh -c \"(" + script + ") >/dev/null 2>&1; echo $? >" + marker + ".part; mv " + marker + ".part " + marker + "\"";
+    const std::string line = "sh -c \"(" + script + ") >/dev/null 2>&1; echo $? >" + marker + ".part; mv " + marker +
+                             ".part " + marker + "\"";
     std::wstring commandLine = ustring::MultiByteToWideChar(line, CP_UTF8);
     STARTUPINFOW startup = {};
     startup.cb = sizeof(startup);
@@ -541,9 +549,9 @@ TEST(LogFileFaults, AFullVolumeStopsTheLogAndTheStatusSaysWhy)
         GTEST_SKIP() << drive.WhyNot();
     CTempFolder reports(L"diskfull");
     const ustring logFolder = drive.Root() + L"\\logs";
-    const ChildRun run = RunChild(L"tavrin_logtest_child.exe", ustring::sprintf_stc(L"diskfull \"%ls\" \"%ls\"",
-                                                                                      reports.Path().c_str(),
-                                                                                      logFolder.c_str()));
+    const ChildRun run =
+        RunChild(L"tavrin_logtest_child.exe",
+                 ustring::sprintf_stc(L"diskfull \"%ls\" \"%ls\"", reports.Path().c_str(), logFolder.c_str()));
     ASSERT_TRUE(run.bEnded);
     ASSERT_EQ(0u, run.nExitCode);
     const auto report = ReadReport(reports.Path());

@@ -96,9 +96,10 @@ TEST(LogFileQueue, RecordsBeyondTheLimitAreDroppedCountedAndNotedInTheFile)
     const Record& notice = records[queued + 1];
     EXPECT_EQ("Text Event, ", notice.head);
     std::smatch parts;
-    ASSERT_TRUE(std::regex_match(notice.body, parts,
-                                 std::regex("Queue limit of 4096 bytes reached: records dropped: (\\d+) \\((\\d+) bytes\\), "
-                                            "from (.+) to (.+)\\.\r\n\r\n")))
+    ASSERT_TRUE(
+        std::regex_match(notice.body, parts,
+                         std::regex("Queue limit of 4096 bytes reached: records dropped: (\\d+) \\((\\d+) bytes\\), "
+                                    "from (.+) to (.+)\\.\r\n\r\n")))
         << notice.body;
     EXPECT_EQ(std::to_string(full.nDropped), parts[1].str());
     EXPECT_EQ(std::to_string(full.nDropped * 64), parts[2].str());
@@ -130,7 +131,8 @@ TEST(LogFileQueue, DropsAtTheEndAreNotedWhenTheFileCloses)
     }
     const std::vector<Record> records = ParseRecords(ReadBytes(path));
     ASSERT_EQ(1u, records.size());
-    EXPECT_NE(std::string::npos, records[0].body.find("Queue limit of 0 bytes reached: records dropped: 11 (")) << records[0].body;
+    EXPECT_NE(std::string::npos, records[0].body.find("Queue limit of 0 bytes reached: records dropped: 11 ("))
+        << records[0].body;
 }
 
 TEST(LogFileQueue, TheServerGivesNewFilesItsLimitAndReportsTheirStatus)

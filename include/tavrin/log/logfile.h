@@ -127,16 +127,16 @@ public:
     // Health of a log file, as GetStatus reports it.
     struct Status
     {
-        bool bRunning;                // records are being written (what IsOK tells)
-        long nError;                  // why writing stopped: the system error code of the failed
-                                      // write (ERROR_DISK_FULL, say), -1 for a failure that was no
-                                      // system error; 0 while no write has failed
-        unsigned long long nWritten;  // records written to the file (not counting the notices
-                                      // of dropped records)
-        unsigned long long nDropped;  // records refused because the queue was at its limit
-        std::size_t nQueued;          // records waiting to be written
-        std::size_t nQueuedBytes;     // their memory, as counted against the limit
-        std::size_t nQueueLimit;      // the limit
+        bool bRunning;               // records are being written (what IsOK tells)
+        long nError;                 // why writing stopped: the system error code of the failed
+                                     // write (ERROR_DISK_FULL, say), -1 for a failure that was no
+                                     // system error; 0 while no write has failed
+        unsigned long long nWritten; // records written to the file (not counting the notices
+                                     // of dropped records)
+        unsigned long long nDropped; // records refused because the queue was at its limit
+        std::size_t nQueued;         // records waiting to be written
+        std::size_t nQueuedBytes;    // their memory, as counted against the limit
+        std::size_t nQueueLimit;     // the limit
     };
 
     // Queue limit of a new log file: 128 MiB, about a million short records, which a burst of
@@ -189,7 +189,7 @@ public:
     // queue beyond it is dropped and counted; when records are accepted again (or when the file
     // closes), a text event in the file says how many were dropped, when, and under which
     // limit. Takes effect at once; SIZE_MAX lifts the bound, 0 drops everything. Besides the
-    // queue, a log file keeps at most about a megabyte of buffers for reuse.
+    // queue, a log file keeps up to about two megabytes of buffers for reuse.
     void SetQueueLimit(std::size_t bytes);
     std::size_t GetQueueLimit() const;
     // Health and counters. Never throws and never waits for the lock: a figure may be a moment
@@ -247,7 +247,10 @@ private:
     // Whether `cost` more bytes keep the queue within `limit`; under the lock.
     bool FitsQueue(std::size_t cost, std::size_t limit);
     // What the records waiting to be written take, as counted against the limit.
-    std::size_t QueuedBytes() const { return m_nBytesIn.load(std::memory_order_relaxed) - m_nBytesOut.load(std::memory_order_relaxed); }
+    std::size_t QueuedBytes() const
+    {
+        return m_nBytesIn.load(std::memory_order_relaxed) - m_nBytesOut.load(std::memory_order_relaxed);
+    }
     void CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes);
     void QueueDropNotice();
     DropNotice CurrentDropRun() const;

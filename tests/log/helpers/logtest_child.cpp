@@ -276,10 +276,12 @@ int DiskFull()
         LogIndexed(logged + i, 100);
     CLogFile::Status reported = {};
     const bool found = CLogFileServer::Ref().GetStatus(kChannel, reported);
-    Report(Line("logged", logged) + Line("running", stopped.bRunning) + Line("error", static_cast<unsigned long>(stopped.nError)) +
-           Line("written", stopped.nWritten) + Line("in_map", CLogFileServer::Ref().LogFileExists(kChannel)) +
-           Line("reported", found) + Line("reported_running", reported.bRunning) +
-           Line("reported_error", static_cast<unsigned long>(reported.nError)) + Line("reported_written", reported.nWritten));
+    Report(Line("logged", logged) + Line("running", stopped.bRunning) +
+           Line("error", static_cast<unsigned long>(stopped.nError)) + Line("written", stopped.nWritten) +
+           Line("in_map", CLogFileServer::Ref().LogFileExists(kChannel)) + Line("reported", found) +
+           Line("reported_running", reported.bRunning) +
+           Line("reported_error", static_cast<unsigned long>(reported.nError)) +
+           Line("reported_written", reported.nWritten));
     return 0;
 }
 

@@ -28,8 +28,7 @@ extern "C" __declspec(dllexport) int LogPluginStart(const wchar_t* folder, unsig
     g_nFormatterMs = formatterMs;
     CLogFileServer::Ref().SetFolder(folder, false);
     CLogFileServer::Ref().SetDetail(eLogFileDetailVerbose);
-    return CLogFileServer::Ref().CreateLogFile(channel, L"plugin", withFormatter ? &PluginFormatter : nullptr) ? 1
-                                                                                                                  : 0;
+    return CLogFileServer::Ref().CreateLogFile(channel, L"plugin", withFormatter ? &PluginFormatter : nullptr) ? 1 : 0;
 }
 
 // Logs `count` 16-byte data records whose first four bytes are their index.
