@@ -207,6 +207,8 @@ bool CLogFile::Open(const wchar_t* path)
                           nullptr);
 
         m_nError = 0;
+        m_nDropRunRecords = 0;
+        m_nDropRunBytes = 0;
         m_bWorkerRunning = true;
         Register();
         StartWorker();

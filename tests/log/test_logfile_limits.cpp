@@ -13,12 +13,6 @@ using namespace logtest;
 
 namespace {
 
-unsigned int NextChannel()
-{
-    static unsigned int next = 0x7D000000u;
-    return ++next;
-}
-
 // A formatter that holds the worker inside its batch until the test lets it go.
 HANDLE g_hFormatterEntered = nullptr;
 HANDLE g_hFormatterRelease = nullptr;
@@ -29,6 +23,19 @@ ustring __stdcall BlockingFormatter(const std::vector<unsigned char>& data)
     ::WaitForSingleObject(g_hFormatterRelease, 20000);
     return ustring();
 }
+
+// The events of the blocking formatter, for one test.
+struct CFormatterGate
+{
+    CEvent entered{nullptr, FALSE, FALSE, nullptr};
+    CEvent release{nullptr, TRUE, FALSE, nullptr};
+    CFormatterGate()
+    {
+        g_hFormatterEntered = entered.GetHandle();
+        g_hFormatterRelease = release.GetHandle();
+    }
+    ~CFormatterGate() { release.Set(); }
+};
 
 void LogIndexed(CLogFile& log, unsigned int index)
 {
@@ -46,9 +53,7 @@ unsigned int IndexOf(const Record& record)
 
 TEST(LogFileQueue, RecordsBeyondTheLimitAreDroppedCountedAndNotedInTheFile)
 {
-    CEvent entered(nullptr, FALSE, FALSE, nullptr), release(nullptr, TRUE, FALSE, nullptr);
-    g_hFormatterEntered = entered.GetHandle();
-    g_hFormatterRelease = release.GetHandle();
+    CFormatterGate gate;
     CTempFolder folder(L"limit");
     const ustring path = folder / L"limit.log";
     const std::size_t kLimit = 4096;
@@ -60,7 +65,7 @@ TEST(LogFileQueue, RecordsBeyondTheLimitAreDroppedCountedAndNotedInTheFile)
     ASSERT_TRUE(log.Open(path));
     // Record 0 is taken by the worker, which then stays in the formatter.
     LogIndexed(log, 0);
-    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(entered.GetHandle(), 10000));
+    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(gate.entered.GetHandle(), 10000));
 
     // The queue fills up to the limit; everything after is dropped, and counted.
     SYSTEMTIME before, after;
@@ -80,7 +85,7 @@ TEST(LogFileQueue, RecordsBeyondTheLimitAreDroppedCountedAndNotedInTheFile)
     EXPECT_EQ(kRecords, queued + full.nDropped);
 
     // Once the queue has drained, the next record is taken, after the notice of the drops.
-    release.Set();
+    gate.release.Set();
     ASSERT_TRUE(WaitUntil([&log] { return log.GetStatus().nQueued == 0; }));
     LogIndexed(log, kRecords + 1);
     log.Close();
@@ -112,9 +117,7 @@ TEST(LogFileQueue, RecordsBeyondTheLimitAreDroppedCountedAndNotedInTheFile)
 
 TEST(LogFileQueue, DropsAtTheEndAreNotedWhenTheFileCloses)
 {
-    CEvent entered(nullptr, FALSE, FALSE, nullptr), release(nullptr, TRUE, FALSE, nullptr);
-    g_hFormatterEntered = entered.GetHandle();
-    g_hFormatterRelease = release.GetHandle();
+    CFormatterGate gate;
     CTempFolder folder(L"lastdrops");
     const ustring path = folder / L"last.log";
     {
@@ -127,7 +130,7 @@ TEST(LogFileQueue, DropsAtTheEndAreNotedWhenTheFileCloses)
         log.LogText(true, L"dropped as well");
         EXPECT_EQ(11u, log.GetStatus().nDropped);
         EXPECT_EQ(0u, log.GetStatus().nQueued);
-        release.Set();
+        gate.release.Set();
     }
     const std::vector<Record> records = ParseRecords(ReadBytes(path));
     ASSERT_EQ(1u, records.size());
