@@ -155,6 +155,7 @@ CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
       m_nRecordsOut(0),
       m_nWritten(0),
       m_nError(0),
+      m_nIdleTarget(QueueChunk::kIdleLimit),
       m_pRegistration(nullptr)
 {
     m_Thread.SetRoutine([this] { return ThreadRoutine(); });

@@ -15,7 +15,9 @@ struct CLogFile::QueueChunk
 {
     static const unsigned int kEntries = 128;
     // Written chunks are reused with their entries' buffers, so that steady logging allocates
-    // nothing; at most this many are kept idle, and buffers larger than these are released.
+    // nothing: as many are kept idle as the last batches needed (at least kIdleLimit, and no
+    // more than a quarter of the queue limit's worth of entries), and buffers larger than these
+    // are released.
     static const std::size_t kIdleLimit = 8;
     static const std::size_t kSpareDataBytes = 1024;
     static const std::size_t kSpareTextLength = 512;

@@ -294,6 +294,16 @@ void CLogFile::BeginBatch(QueueChunk* batch)
 
 bool CLogFile::WriteBatch(QueueChunk* batch)
 {
+    // Callers will need about as many chunks again while this batch is written: they are kept.
+    // Batches vary in size, so what was kept shrinks by an eighth per batch only.
+    std::size_t chunks = 0;
+    for (QueueChunk* chunk = batch; chunk != nullptr; chunk = chunk->pNext.load(std::memory_order_relaxed))
+        ++chunks;
+    const std::size_t most =
+        m_nQueueLimit.load(std::memory_order_relaxed) / 4 / (QueueChunk::kEntries * sizeof(LogEntry));
+    const std::size_t wanted = std::max(2 * chunks, m_nIdleTarget - m_nIdleTarget / 8);
+    m_nIdleTarget = std::max(QueueChunk::kIdleLimit, std::min(wanted, most));
+
     for (QueueChunk* chunk = batch; chunk != nullptr;)
     {
         const unsigned int used = chunk->nUsed.load(std::memory_order_acquire);
@@ -345,7 +355,7 @@ bool CLogFile::WriteEntry(const LogEntry& entry)
 void CLogFile::RecycleChunk(QueueChunk* chunk)
 {
     chunk->Reset();
-    if (m_nIdleChunks.load(std::memory_order_relaxed) >= QueueChunk::kIdleLimit)
+    if (m_nIdleChunks.load(std::memory_order_relaxed) >= m_nIdleTarget)
     {
         delete chunk;
         return;

@@ -189,7 +189,9 @@ public:
     // queue beyond it is dropped and counted; when records are accepted again (or when the file
     // closes), a text event in the file says how many were dropped, when, and under which
     // limit. Takes effect at once; SIZE_MAX lifts the bound, 0 drops everything. Besides the
-    // queue, a log file keeps up to about two megabytes of buffers for reuse.
+    // queue, a log file keeps written entries with their buffers for reuse, as many as its
+    // recent batches needed (a quarter of the limit at most), so that steady logging allocates
+    // nothing.
     void SetQueueLimit(std::size_t bytes);
     std::size_t GetQueueLimit() const;
     // Health and counters. Never throws and never waits for the lock: a figure may be a moment
@@ -359,6 +361,8 @@ private:
     std::atomic<std::size_t> m_nRecordsOut;
     std::atomic<unsigned long long> m_nWritten;
     std::atomic<long> m_nError;
+    // How many written chunks to keep for reuse.
+    std::size_t m_nIdleTarget;
     // The record being written, kept for its capacity.
     std::string m_strRecord;
 
