@@ -33,6 +33,11 @@ CCriticalSection::CCriticalSection()
     ::InitializeCriticalSection(&m_cs);
 }
 
+CCriticalSection::CCriticalSection(unsigned long spinCount)
+{
+    ::InitializeCriticalSectionAndSpinCount(&m_cs, spinCount);
+}
+
 CCriticalSection::~CCriticalSection()
 {
     ::DeleteCriticalSection(&m_cs);

@@ -119,6 +119,18 @@ static bool WaitSignalled(HANDLE handle, unsigned long timeoutMs, unsigned int l
     }
 }
 
+void CThread::Detach()
+{
+    try
+    {
+        m_hThread.Close();
+    }
+    catch (const CStdException&)
+    {
+        // The handle is forgotten either way.
+    }
+}
+
 bool CThread::IsRunning() const
 {
     return m_hThread.IsCreated() && ::WaitForSingleObject(m_hThread.GetHandle(), 0) == WAIT_TIMEOUT;

@@ -1,26 +1,20 @@
-// CLogFile: the queue of one channel's records and the worker thread that writes them.
-#include <tavrin/log/logfile.h>
+// CLogFile: opening and closing, the queue that callers fill, pending operations and dumps.
+#include "log/logfile_internal.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <type_traits>
 #include <utility>
 
 namespace tavrin {
 
+using detail::CExitSafeLock;
+
 namespace {
 
-const DWORD kWorkerCycleMs = 100;
-// Bytes per line of a data record's dump.
-const unsigned int kDumpWidth = 32;
 const char kHexDigits[] = "0123456789ABCDEF";
 // Room for the formatted text of most events; longer ones take the general path.
 const int kShortTextLength = 512;
-// Written entries go back to the queue with their buffers, so that steady logging allocates
-// nothing. Buffers larger than these, and entries beyond this many, are released instead.
-const std::size_t kSpareDataBytes = 1024;
-const std::size_t kSpareTextLength = 512;
-const std::size_t kSpareEntries = 4096;
+// Callers hold a log file's lock for a few hundred nanoseconds: a contended Lock spins first.
+const unsigned long kLockSpinCount = 4000;
 
 // The characters that the dump shows as themselves: those for which isgraph holds in the C
 // locale. A fixed test keeps the files the same whatever locale the application has set.
@@ -28,6 +22,16 @@ inline bool IsDumpGraphic(unsigned char byte)
 {
     return byte > 0x20 && byte < 0x7F;
 }
+
+// Whether `cost` more bytes keep the queue within `limit`.
+bool Fits(std::size_t queued, std::size_t cost, std::size_t limit)
+{
+    return cost <= limit && queued <= limit - cost;
+}
+
+} // namespace
+
+namespace detail {
 
 // Appends the dump lines of `data` (see CLogFile::Bin2Text) to a narrow or wide string. The
 // lines are written in place: a data record is mostly dump, and the worker's throughput is
@@ -70,61 +74,130 @@ void AppendDump(const unsigned char* data, std::size_t size, unsigned int width,
     }
 }
 
-// Appends UTF-16 text to `out` as UTF-8.
-void AppendUtf8(const std::wstring& text, std::string& out)
-{
-    if (text.empty())
-        return;
-    const std::size_t start = out.size();
-    // UTF-8 takes at most three bytes per UTF-16 code unit.
-    out.resize(start + text.size() * 3);
-    const int written = ::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), &out[start],
-                                              static_cast<int>(text.size() * 3), nullptr, nullptr);
-    out.resize(start + (written > 0 ? static_cast<std::size_t>(written) : 0));
-}
+template void AppendDump<std::string>(const unsigned char*, std::size_t, unsigned int, std::string&);
+template void AppendDump<ustring>(const unsigned char*, std::size_t, unsigned int, ustring&);
 
-} // namespace
+} // namespace detail
 
 // ---------------------------------------------------------------- construction
 
+const std::size_t CLogFile::m_nDefaultQueueLimit;
+
+namespace {
+
+// The stand-ins, made on first use. They stay until the library is unloaded (never at process
+// exit), so that proxies built by other modules' exit-time code still find them.
+boost::shared_ptr<CLogFile>* g_pInert = nullptr;
+boost::shared_ptr<CLogFile>* g_pInertAtExit = nullptr;
+
+} // namespace
+
 const boost::shared_ptr<CLogFile>& CLogFile::Inert()
 {
-    // One object serves every channel without a file. It is never destroyed, so that proxies
-    // built during process exit still find it.
-    static const boost::shared_ptr<CLogFile>* inert =
+    // One object serves every channel without a file.
+    static const boost::shared_ptr<CLogFile>* inert = g_pInert =
         new boost::shared_ptr<CLogFile>(new CLogFile(eLogFileDetailOff, nullptr));
     return *inert;
 }
 
+const boost::shared_ptr<CLogFile>& CLogFile::InertAtExit()
+{
+    // The stand-in for exit-time callers when a thread stopped by the exit held the lock of the
+    // shared one: only the exiting thread is left to take this one's.
+    static const boost::shared_ptr<CLogFile>* inert = g_pInertAtExit =
+        new boost::shared_ptr<CLogFile>(new CLogFile(eLogFileDetailOff, nullptr));
+    return *inert;
+}
+
+void CLogFile::ReleaseStandIns()
+{
+    delete g_pInert;
+    delete g_pInertAtExit;
+    g_pInert = g_pInertAtExit = nullptr;
+}
+
 CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
-    : m_StopEvent(nullptr, TRUE, FALSE, nullptr),
-      m_nQueued(0),
+    : m_cs(kLockSpinCount),
+      m_StopEvent(nullptr, TRUE, FALSE, nullptr),
+      m_pQueueHead(nullptr),
+      m_pQueueTail(nullptr),
       m_eDetail(detail),
       m_pFormatter(formatter),
-      m_bWorkerRunning(false)
+      m_hFormatterModule(nullptr),
+      m_hWorkerModule(nullptr),
+      m_DoneEvent(nullptr, TRUE, FALSE, nullptr),
+      m_bWorkerRunning(false),
+      m_pFreeChunks(nullptr),
+      m_pSpareChunks(nullptr),
+      m_nIdleChunks(0),
+      m_bHandoffWanted(false),
+      m_pHandoff(nullptr),
+      m_nQueueLimit(m_nDefaultQueueLimit),
+      m_nBytesIn(0),
+      m_nRecordsIn(0),
+      m_nDropped(0),
+      m_nBytesOutSeen(0),
+      m_nDropRunRecords(0),
+      m_nDropRunBytes(0),
+      m_DropRunFirst(),
+      m_DropRunLast(),
+      m_dwProxyThread(0),
+      m_bProxyTime(false),
+      m_ProxyTime(),
+      m_aSeparator(),
+      m_pBatch(nullptr),
+      m_pBatchNext(nullptr),
+      m_pInFlight(nullptr),
+      m_nInFlightStart(0),
+      m_nInFlightEnd(0),
+      m_nFileEnd(0),
+      m_nBytesOut(0),
+      m_nRecordsOut(0),
+      m_nWritten(0),
+      m_nError(0),
+      m_nIdleTarget(QueueChunk::kIdleLimit),
+      m_pRegistration(nullptr)
 {
     m_Thread.SetRoutine([this] { return ThreadRoutine(); });
     m_Thread.SetPriority(THREAD_PRIORITY_BELOW_NORMAL);
+    // The formatter is called by the worker, perhaps long after the module that holds it (a
+    // plug-in, say) was let go by its own users: it stays loaded while this object exists.
+    if (formatter != nullptr &&
+        !::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                              reinterpret_cast<LPCWSTR>(reinterpret_cast<UINT_PTR>(formatter)), &m_hFormatterModule))
+        m_hFormatterModule = nullptr;
 }
 
 CLogFile::~CLogFile()
 {
     Close();
+    // At process exit the memory goes with the process; nothing is unloaded any more.
+    if (detail::IsProcessExiting())
+        return;
+    DeleteChunks(m_pQueueHead);
+    DeleteChunks(m_pFreeChunks);
+    DeleteChunks(m_pSpareChunks.exchange(nullptr));
+    if (m_hFormatterModule != nullptr)
+        ::FreeLibrary(m_hFormatterModule);
 }
 
 bool CLogFile::Open(const wchar_t* path)
 {
-    // The shared stand-in of channels without a log file must stay inert.
-    if (this == Inert().get())
+    // The shared stand-ins of channels without a log file must stay inert, and nothing starts
+    // once the process is exiting.
+    if (this == Inert().get() || this == InertAtExit().get() || detail::IsProcessExiting())
         return false;
     Close();
     try
     {
         CLocker<CCriticalSection> lock(&m_cs);
         m_StopEvent.Reset();
+        m_DoneEvent.Reset();
         m_File.Open(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                     FILE_ATTRIBUTE_NORMAL, nullptr, CFile::eLoggingModeOff, nullptr, false);
-        m_File.Seek(0, FILE_END);
+        const unsigned long long end = m_File.Seek(0, FILE_END);
+        m_nFileEnd = end;
+        m_pInFlight = nullptr;
 
         // Log files are highly repetitive text; compressed they take a fraction of the disk.
         // File systems without compression refuse, and the file is then kept as it is. The call
@@ -134,7 +207,11 @@ bool CLogFile::Open(const wchar_t* path)
         ::DeviceIoControl(m_File.GetHandle(), FSCTL_SET_COMPRESSION, &format, sizeof(format), nullptr, 0, &returned,
                           nullptr);
 
+        m_nError = 0;
+        m_nDropRunRecords = 0;
+        m_nDropRunBytes = 0;
         m_bWorkerRunning = true;
+        Register();
         StartWorker();
         return true;
     }
@@ -148,6 +225,11 @@ bool CLogFile::Open(const wchar_t* path)
 
 void CLogFile::Close()
 {
+    if (detail::IsProcessExiting())
+    {
+        CloseAtExit();
+        return;
+    }
     try
     {
         CLocker<CCriticalSection> lock(&m_cs);
@@ -159,17 +241,8 @@ void CLogFile::Close()
             m_StopEvent.Set();
             JoinWorker();
         }
-        // A worker that was killed (at process exit every other thread is gone before the
-        // library is unloaded) never reached its end: write what it left on this thread.
-        if (m_bWorkerRunning)
-        {
-            m_bWorkerRunning = false;
-            std::vector<LogEntry> rest;
-            std::size_t count = 0;
-            TakeQueue(rest, count);
-            WriteBatch(rest, count);
-        }
         CloseFileQuietly();
+        Unregister();
     }
     catch (const CStdException&)
     {
@@ -178,16 +251,17 @@ void CLogFile::Close()
     {
     }
     Clear();
+    ReleaseIdleChunks();
 }
 
 bool CLogFile::IsOK() const
 {
     try
     {
-        CLocker<CCriticalSection> lock(&m_cs);
+        CExitSafeLock lock(m_cs);
         return m_bWorkerRunning;
     }
-    catch (const CStdException&)
+    catch (...)
     {
         return false;
     }
@@ -197,14 +271,96 @@ void CLogFile::Clear()
 {
     try
     {
-        CLocker<CCriticalSection> lock(&m_cs);
-        std::vector<LogEntry>().swap(m_vecQueue);
-        m_nQueued = 0;
+        CExitSafeLock lock(m_cs);
+        if (!lock.Locked())
+            return;
+        QueueChunk* chunk = m_pQueueHead;
+        m_pQueueHead = m_pQueueTail = nullptr;
+        while (chunk != nullptr)
+        {
+            QueueChunk* next = chunk->pNext.load();
+            const unsigned int used = chunk->nUsed.load();
+            std::size_t bytes = 0;
+            for (unsigned int i = 0; i < used; ++i)
+                bytes += detail::EntryCost(chunk->entries[i]);
+            m_nBytesIn.store(m_nBytesIn.load() - bytes);
+            m_nRecordsIn.store(m_nRecordsIn.load() - used);
+            chunk->Reset();
+            if (m_nIdleChunks.load() < QueueChunk::kIdleLimit)
+            {
+                chunk->pNext = m_pFreeChunks;
+                m_pFreeChunks = chunk;
+                ++m_nIdleChunks;
+            }
+            else
+                delete chunk;
+            chunk = next;
+        }
         m_mapPending.clear();
     }
-    catch (const CStdException&)
+    catch (...)
     {
     }
+}
+
+void CLogFile::ReleaseIdleChunks()
+{
+    try
+    {
+        CExitSafeLock lock(m_cs);
+        if (!lock.Locked() || m_bWorkerRunning)
+            return;
+        // What a failed worker left of its batch, and what was handed to it afterwards.
+        DeleteChunks(m_pBatch.exchange(nullptr));
+        m_pBatchNext = nullptr;
+        DeleteChunks(m_pHandoff.exchange(nullptr));
+        DeleteChunks(m_pFreeChunks);
+        m_pFreeChunks = nullptr;
+        DeleteChunks(m_pSpareChunks.exchange(nullptr));
+        m_nIdleChunks = 0;
+        m_nBytesIn.store(m_nBytesOut.load());
+        m_nRecordsIn.store(m_nRecordsOut.load());
+        m_nBytesOutSeen = m_nBytesOut.load();
+        std::string().swap(m_strRecord);
+    }
+    catch (...)
+    {
+    }
+}
+
+void CLogFile::DeleteChunks(QueueChunk* list)
+{
+    while (list != nullptr)
+    {
+        QueueChunk* next = list->pNext.load();
+        delete list;
+        list = next;
+    }
+}
+
+// ---------------------------------------------------------------- limits and status
+
+void CLogFile::SetQueueLimit(std::size_t bytes)
+{
+    m_nQueueLimit = bytes;
+}
+
+std::size_t CLogFile::GetQueueLimit() const
+{
+    return m_nQueueLimit;
+}
+
+CLogFile::Status CLogFile::GetStatus() const
+{
+    Status status;
+    status.bRunning = m_bWorkerRunning.load();
+    status.nError = m_nError.load();
+    status.nWritten = m_nWritten.load();
+    status.nDropped = m_nDropped.load();
+    status.nQueued = m_nRecordsIn.load() - m_nRecordsOut.load();
+    status.nQueuedBytes = QueuedBytes();
+    status.nQueueLimit = m_nQueueLimit.load();
+    return status;
 }
 
 // ---------------------------------------------------------------- logging
@@ -225,8 +381,9 @@ void CLogFile::LogTextV(bool important, const wchar_t* format, va_list args)
     {
         // Time and formatting happen before the lock, so that threads logging to one file hold
         // it only to fill an entry. Short texts are formatted on the stack.
+        const bool proxied = IsProxiedHere();
         SYSTEMTIME now;
-        ::GetLocalTime(&now);
+        TakeTime(proxied, now);
         wchar_t local[kShortTextLength];
         va_list attempt;
         va_copy(attempt, args);
@@ -235,20 +392,23 @@ void CLogFile::LogTextV(bool important, const wchar_t* format, va_list args)
         ustring longText;
         if (length < 0)
             longText.vsprintf(format, args);
+        const std::size_t textLength = length >= 0 ? static_cast<std::size_t>(length) : longText.size();
 
-        CLocker<CCriticalSection> lock(&m_cs);
-        if (!m_bWorkerRunning)
+        CExitSafeLock lock(m_cs, proxied);
+        if (!lock.Locked() || !m_bWorkerRunning)
             return;
-        LogEntry& entry = NextEntry();
-        entry.nType = LogEntry::eText;
-        entry.bSynchronous = true;
-        entry.time = now;
-        entry.data.clear();
+        LogEntry* entry = AdmitEntry(now, textLength * sizeof(wchar_t));
+        if (entry == nullptr)
+            return;
+        entry->nType = LogEntry::eText;
+        entry->bSynchronous = true;
+        entry->time = now;
+        entry->data.clear();
         if (length >= 0)
-            static_cast<std::wstring&>(entry.text).assign(local, static_cast<std::size_t>(length));
+            static_cast<std::wstring&>(entry->text).assign(local, textLength);
         else
-            entry.text.swap(longText);
-        ++m_nQueued;
+            entry->text.swap(longText);
+        CommitEntry(*entry);
     }
     catch (...)
     {
@@ -271,35 +431,183 @@ void CLogFile::QueueData(unsigned int type, const void* data, unsigned int size,
         return;
     try
     {
+        const bool proxied = IsProxiedHere();
         SYSTEMTIME now;
-        ::GetLocalTime(&now);
-        CLocker<CCriticalSection> lock(&m_cs);
-        if (!m_bWorkerRunning)
+        TakeTime(proxied, now);
+        if (data == nullptr)
+            size = 0;
+        CExitSafeLock lock(m_cs, proxied);
+        if (!lock.Locked() || !m_bWorkerRunning)
             return;
-        LogEntry& entry = NextEntry();
-        entry.nType = type;
-        entry.bSynchronous = synchronous;
-        entry.time = now;
-        if (data != nullptr && size != 0)
-        {
-            const unsigned char* bytes = static_cast<const unsigned char*>(data);
-            entry.data.assign(bytes, bytes + size);
-        }
-        else
-            entry.data.clear();
-        entry.text.clear();
-        ++m_nQueued;
+        LogEntry* entry = AdmitEntry(now, size);
+        if (entry == nullptr)
+            return;
+        entry->nType = type;
+        entry->bSynchronous = synchronous;
+        entry->time = now;
+        const unsigned char* bytes = static_cast<const unsigned char*>(data);
+        entry->data.assign(bytes, bytes + size);
+        entry->text.clear();
+        CommitEntry(*entry);
     }
     catch (...)
     {
     }
 }
 
-CLogFile::LogEntry& CLogFile::NextEntry()
+void CLogFile::TakeTime(bool proxied, SYSTEMTIME& time)
 {
-    if (m_nQueued == m_vecQueue.size())
-        m_vecQueue.emplace_back();
-    return m_vecQueue[m_nQueued];
+    // The proxy's fields are this thread's while it holds the lock.
+    if (proxied && m_bProxyTime)
+    {
+        time = m_ProxyTime;
+        m_bProxyTime = false;
+    }
+    else
+        ::GetLocalTime(&time);
+}
+
+bool CLogFile::FitsQueue(std::size_t cost, std::size_t limit)
+{
+    // The worker's count is read only when the last one seen says no: it changes with every
+    // record written, and reading it each time would fetch its cache line from the worker.
+    const std::size_t in = m_nBytesIn.load(std::memory_order_relaxed);
+    if (Fits(in - m_nBytesOutSeen, cost, limit))
+        return true;
+    m_nBytesOutSeen = m_nBytesOut.load(std::memory_order_relaxed);
+    return Fits(in - m_nBytesOutSeen, cost, limit);
+}
+
+CLogFile::LogEntry* CLogFile::AdmitEntry(const SYSTEMTIME& time, std::size_t payloadBytes)
+{
+    const std::size_t limit = m_nQueueLimit.load(std::memory_order_relaxed);
+    const std::size_t cost = sizeof(LogEntry) + payloadBytes;
+    if (m_nDropRunRecords != 0)
+    {
+        // Once records are dropped, the queue must drain to three quarters of its limit before it
+        // takes records again: one notice per overload, rather than one between every two
+        // records while it stays at the limit.
+        if (!FitsQueue(cost, limit - limit / 4))
+        {
+            CountDrop(time, payloadBytes);
+            return nullptr;
+        }
+        QueueDropNotice();
+    }
+    else if (!FitsQueue(cost, limit))
+    {
+        CountDrop(time, payloadBytes);
+        return nullptr;
+    }
+    return &TailEntry();
+}
+
+CLogFile::LogEntry& CLogFile::TailEntry()
+{
+    QueueChunk* tail = m_pQueueTail;
+    if (tail == nullptr || tail->nUsed.load(std::memory_order_relaxed) == QueueChunk::kEntries)
+    {
+        // A chunk that the worker has written and given back, or a new one: either way the
+        // entries already queued stay where they are.
+        QueueChunk* chunk = m_pFreeChunks;
+        if (chunk == nullptr)
+            chunk = m_pSpareChunks.exchange(nullptr, std::memory_order_acquire);
+        if (chunk != nullptr)
+        {
+            m_pFreeChunks = chunk->pNext.load(std::memory_order_relaxed);
+            --m_nIdleChunks;
+            chunk->pNext.store(nullptr, std::memory_order_relaxed);
+        }
+        else
+            chunk = new QueueChunk();
+        if (tail != nullptr)
+            tail->pNext.store(chunk, std::memory_order_release);
+        else
+            m_pQueueHead = chunk;
+        m_pQueueTail = chunk;
+        tail = chunk;
+    }
+    return tail->entries[tail->nUsed.load(std::memory_order_relaxed)];
+}
+
+void CLogFile::CommitEntry(LogEntry& entry)
+{
+    // The estimate of AdmitEntry did not know the capacity of the entry's buffers.
+    const std::size_t cost = detail::EntryCost(entry);
+    if (!FitsQueue(cost, m_nQueueLimit.load(std::memory_order_relaxed)))
+    {
+        CountDrop(entry.time, entry.data.size() + entry.text.size() * sizeof(wchar_t));
+        // The entry stays unpublished, to be filled again; without a large buffer that nothing
+        // counts.
+        if (entry.data.capacity() > QueueChunk::kSpareDataBytes)
+            std::vector<unsigned char>().swap(entry.data);
+        if (entry.text.capacity() > QueueChunk::kSpareTextLength)
+            ustring().swap(entry.text);
+        return;
+    }
+    PublishEntry(cost);
+}
+
+void CLogFile::PublishEntry(std::size_t cost)
+{
+    // Only callers, under the lock, count in: no locked instruction needed.
+    m_nBytesIn.store(m_nBytesIn.load(std::memory_order_relaxed) + cost, std::memory_order_relaxed);
+    m_nRecordsIn.store(m_nRecordsIn.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    QueueChunk* tail = m_pQueueTail;
+    tail->nUsed.store(tail->nUsed.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    HandOffQueue();
+}
+
+void CLogFile::HandOffQueue()
+{
+    // The worker could not get the lock: it gets the queue from whoever holds it. Callers that
+    // drop records hand it over too, or a full queue would never drain while they keep the
+    // lock busy.
+    if (!m_bHandoffWanted.load(std::memory_order_relaxed) || m_pQueueHead == nullptr ||
+        m_pHandoff.load(std::memory_order_relaxed) != nullptr)
+        return;
+    // Published before the queue forgets it: an exit in between finds the chunks twice (and
+    // writes them once), never nowhere.
+    m_pHandoff.store(m_pQueueHead, std::memory_order_release);
+    m_pQueueHead = m_pQueueTail = nullptr;
+    m_bHandoffWanted.store(false, std::memory_order_relaxed);
+}
+
+void CLogFile::CountDrop(const SYSTEMTIME& time, std::size_t payloadBytes)
+{
+    if (m_nDropRunRecords++ == 0)
+        m_DropRunFirst = time;
+    m_DropRunLast = time;
+    m_nDropRunBytes += payloadBytes;
+    m_nDropped.store(m_nDropped.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    HandOffQueue();
+}
+
+void CLogFile::QueueDropNotice()
+{
+    LogEntry& entry = TailEntry();
+    const DropNotice notice = CurrentDropRun();
+    entry.nType = DropNotice::kEntryType;
+    entry.bSynchronous = true;
+    entry.time = m_DropRunFirst;
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&notice);
+    entry.data.assign(bytes, bytes + sizeof(notice));
+    entry.text.clear();
+    m_nDropRunRecords = 0;
+    m_nDropRunBytes = 0;
+    // The notice is queued whatever the limit: it is small, and one per overload.
+    PublishEntry(detail::EntryCost(entry));
+}
+
+CLogFile::DropNotice CLogFile::CurrentDropRun() const
+{
+    DropNotice notice;
+    notice.nRecords = m_nDropRunRecords;
+    notice.nBytes = m_nDropRunBytes;
+    notice.nLimit = m_nQueueLimit.load();
+    notice.first = m_DropRunFirst;
+    notice.last = m_DropRunLast;
+    return notice;
 }
 
 // ---------------------------------------------------------------- pending operations
@@ -323,8 +631,8 @@ bool CLogFile::AddPendingOperation(unsigned int kind, const void* buffer, unsign
 {
     try
     {
-        CLocker<CCriticalSection> lock(&m_cs);
-        if (!m_bWorkerRunning)
+        CExitSafeLock lock(m_cs);
+        if (!lock.Locked() || !m_bWorkerRunning)
             return false;
         // A reused OVERLAPPED replaces its stale entry.
         PendingOperation& slot = m_mapPending[overlapped];
@@ -353,8 +661,8 @@ bool CLogFile::EndPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTra
 {
     try
     {
-        CLocker<CCriticalSection> lock(&m_cs);
-        if (!m_bWorkerRunning)
+        CExitSafeLock lock(m_cs);
+        if (!lock.Locked() || !m_bWorkerRunning)
             return false;
         const PendingMap::iterator it = m_mapPending.find(overlapped);
         if (it == m_mapPending.end())
@@ -428,197 +736,7 @@ ustring CLogFile::Bin2Text(const std::vector<unsigned char>& data, unsigned int 
 void CLogFile::Bin2Text(const std::vector<unsigned char>& data, unsigned int width, ustring& out)
 {
     out.clear();
-    AppendDump(data.data(), data.size(), width, out);
-}
-
-// ---------------------------------------------------------------- the worker
-
-void CLogFile::StartWorker()
-{
-    m_Thread.Start();
-}
-
-bool CLogFile::IsWorkerStarted() const
-{
-    return m_Thread.GetHandle() != nullptr;
-}
-
-void CLogFile::JoinWorker()
-{
-    m_Thread.Wait(INFINITE);
-}
-
-unsigned int CLogFile::ThreadRoutine()
-{
-    unsigned int result = 0;
-    try
-    {
-        result = WorkerRoutine();
-    }
-    catch (...)
-    {
-    }
-    // Last act of the worker: from here on IsOK() is false and nothing more is queued.
-    m_bWorkerRunning = false;
-    return result;
-}
-
-unsigned int CLogFile::WorkerRoutine()
-{
-    // The thread was created at below-normal priority (see the constructor): writing the log
-    // must never compete with the communication that it records.
-    std::vector<LogEntry> batch;
-    for (;;)
-    {
-        const DWORD wait = ::WaitForSingleObject(m_StopEvent.GetHandle(), kWorkerCycleMs);
-        const bool stopping = wait != WAIT_TIMEOUT;
-        // The lock is only tried: a caller holding a proxy for long delays the writing by a
-        // cycle, it never blocks this thread. When the stop event is set and the lock is
-        // taken, Close holds it and waits for this thread without touching the queue any more.
-        std::size_t count = 0;
-        if (m_cs.Lock(false))
-        {
-            TakeQueue(batch, count);
-            m_cs.Unlock();
-        }
-        else if (stopping)
-            TakeQueue(batch, count);
-
-        if (!WriteBatch(batch, count))
-            return 0;
-        if (stopping)
-            return 0;
-    }
-}
-
-void CLogFile::TakeQueue(std::vector<LogEntry>& batch, std::size_t& count)
-{
-    // The written entries of the previous batch become the queue's spare entries.
-    batch.swap(m_vecQueue);
-    count = m_nQueued;
-    m_nQueued = 0;
-}
-
-bool CLogFile::WriteBatch(std::vector<LogEntry>& batch, std::size_t count)
-{
-    std::string record;
-    bool ok = true;
-    for (std::size_t i = 0; i < count && ok; ++i)
-    {
-        FormatRecord(batch[i], record);
-        ok = Write(record);
-    }
-    if (!ok)
-    {
-        m_bWorkerRunning = false;
-        return false;
-    }
-    // Keep the entries for reuse, but not what a burst of large records left behind.
-    for (std::size_t i = 0; i < count; ++i)
-    {
-        LogEntry& entry = batch[i];
-        if (entry.data.capacity() > kSpareDataBytes)
-            std::vector<unsigned char>().swap(entry.data);
-        if (entry.text.capacity() > kSpareTextLength)
-            ustring().swap(entry.text);
-    }
-    if (batch.size() > kSpareEntries)
-    {
-        batch.resize(kSpareEntries);
-        batch.shrink_to_fit();
-    }
-    return true;
-}
-
-void CLogFile::FormatRecord(const LogEntry& entry, std::string& out) const
-{
-    // The record is built in UTF-8 directly: headers and dumps are ASCII, and only the texts
-    // (events and the formatter's) need converting.
-    out.clear();
-    char header[160];
-    int length;
-    const SYSTEMTIME& t = entry.time;
-    if (entry.nType == LogEntry::eText)
-    {
-        length = std::snprintf(header, sizeof(header), "Text Event, %u/%u/%u, %02u:%02u:%02u.%03u\r\n", t.wYear,
-                               t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
-    }
-    else
-    {
-        const unsigned int size = static_cast<unsigned int>(entry.data.size());
-        length = std::snprintf(header, sizeof(header),
-                               "%s %s request completed: %u (0x%X) bytes, %u/%u/%u, %02u:%02u:%02u.%03u\r\n",
-                               entry.bSynchronous ? "SYNC" : "ASYNC", entry.nType == LogEntry::eWrite ? "WRITE" : "READ",
-                               size, size, t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute, t.wSecond, t.wMilliseconds);
-    }
-    if (length > 0)
-        out.append(header, std::min<std::size_t>(static_cast<std::size_t>(length), sizeof(header) - 1));
-
-    if (entry.nType == LogEntry::eText)
-    {
-        AppendUtf8(entry.text, out);
-        out.append("\r\n", 2);
-    }
-    else
-    {
-        if (m_pFormatter != nullptr)
-        {
-            // The formatter is the application's code; a failing one costs its own text only.
-            try
-            {
-                AppendUtf8(m_pFormatter(entry.data), out);
-            }
-            catch (...)
-            {
-            }
-        }
-        AppendDump(entry.data.data(), entry.data.size(), kDumpWidth, out);
-    }
-    out.append("\r\n", 2);
-}
-
-bool CLogFile::Write(const std::string& utf8)
-{
-    if (!m_File.IsCreated())
-        return false;
-    try
-    {
-        DWORD written = 0;
-        if (!::WriteFile(m_File.GetHandle(), utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr))
-            throw CWinException(__LINE__, TAVRIN_WFILE, L"WriteFile", static_cast<long>(::GetLastError()));
-        return written == utf8.size();
-    }
-    catch (const CWinException& e)
-    {
-        WriteErrorLine(e.GetErrorCode(), utf8.size());
-    }
-    catch (...)
-    {
-        WriteErrorLine(-1, utf8.size());
-    }
-    CloseFileQuietly();
-    return false;
-}
-
-void CLogFile::WriteErrorLine(long error, std::size_t bytesToWrite)
-{
-    const std::string line =
-        "Error=" + std::to_string(error) + ", BytesToWrite=" + std::to_string(bytesToWrite) + "\r\n";
-    DWORD written = 0;
-    ::WriteFile(m_File.GetHandle(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-}
-
-void CLogFile::CloseFileQuietly()
-{
-    // Through the handle base: the log file's own handle is no channel, so CFile::Close's
-    // reporting does not apply to it.
-    try
-    {
-        m_File.CHandle<-1>::Close();
-    }
-    catch (const CStdException&)
-    {
-    }
+    detail::AppendDump(data.data(), data.size(), width, out);
 }
 
 } // namespace tavrin

@@ -122,7 +122,12 @@ TEST(ObjectHandle, FailingCloseThrowsAndForgetsTheHandle)
 
 TEST(ObjectCriticalSection, TryLockFromAnotherThread)
 {
-    CCriticalSection cs;
+    // The same lock whether a contended Lock spins first or not.
+    CCriticalSection plain;
+    CCriticalSection spinning(4000);
+    for (CCriticalSection* section : {&plain, &spinning})
+    {
+    CCriticalSection& cs = *section;
     EXPECT_TRUE(cs.Lock(true));
     EXPECT_TRUE(cs.Lock(false)); // recursive for the owner
     cs.Unlock();
@@ -139,6 +144,7 @@ TEST(ObjectCriticalSection, TryLockFromAnotherThread)
             cs.Unlock();
     }).join();
     EXPECT_TRUE(enteredWhenFree);
+    }
 }
 
 TEST(ObjectLocker, CriticalSectionSerialisesThreads)

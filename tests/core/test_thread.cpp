@@ -202,6 +202,42 @@ TEST(Thread, RestartResetsStateAndStopRequest)
     EXPECT_EQ(::WaitForSingleObject(thread.GetStopEvent(), 0), WAIT_OBJECT_0);
 }
 
+TEST(Thread, DetachLetsARunningThreadGoAndTheObjectStartsAgain)
+{
+    // The routine tells its owner that it is done, then waits to be let end, touching nothing
+    // of the thread object any more.
+    CEvent done(nullptr, FALSE, FALSE, nullptr);
+    CEvent release(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE doneHandle = done.GetHandle();
+    const HANDLE releaseHandle = release.GetHandle();
+    std::atomic<int> ended{0};
+    CThread thread([doneHandle, releaseHandle, &ended]() -> unsigned int {
+        ::SetEvent(doneHandle);
+        ::WaitForSingleObject(releaseHandle, kLongWait);
+        ++ended;
+        return 7;
+    });
+    thread.Start();
+    ASSERT_EQ(WAIT_OBJECT_0, ::WaitForSingleObject(doneHandle, kLongWait));
+    thread.Detach();
+    EXPECT_EQ(nullptr, thread.GetHandle());
+    EXPECT_FALSE(thread.IsRunning());
+    EXPECT_TRUE(thread.Wait(0));
+    unsigned long code = 0;
+    EXPECT_FALSE(thread.GetExitCode(code));
+    EXPECT_EQ(0, ended.load()); // let go, not waited for
+
+    // Started again while the first run has not ended yet.
+    thread.Start();
+    release.Set();
+    ASSERT_TRUE(thread.Wait(kLongWait));
+    ASSERT_TRUE(thread.GetExitCode(code));
+    EXPECT_EQ(7u, code);
+    EXPECT_GE(ended.load(), 1);
+    thread.Detach(); // an ended thread is let go the same way
+    EXPECT_EQ(nullptr, thread.GetHandle());
+}
+
 TEST(Thread, Priority)
 {
     Gate gate, started;

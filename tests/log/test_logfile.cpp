@@ -22,13 +22,6 @@ std::vector<unsigned char> Bytes(std::initializer_list<int> values)
     return bytes;
 }
 
-// Distinct channel numbers per test, far from real handle values.
-unsigned int NextChannel()
-{
-    static unsigned int next = 0x7F000000u;
-    return ++next;
-}
-
 ustring __stdcall DescribeFrame(const std::vector<unsigned char>& data)
 {
     return ustring::sprintf_stc(L"frame of %u bytes, first 0x%02X\r\n", static_cast<unsigned int>(data.size()),

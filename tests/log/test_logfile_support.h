@@ -179,6 +179,13 @@ inline std::string DumpLine(const std::vector<unsigned char>& bytes, unsigned in
     return line + "    " + text + "\r\n";
 }
 
+// Distinct channel numbers for the tests of one program, far from real handle values.
+inline unsigned int NextChannel()
+{
+    static std::atomic<unsigned int> next(0x7E000000u);
+    return ++next;
+}
+
 // Polls `condition` every 10 ms for at most `limitMs`.
 template <class Condition>
 bool WaitUntil(Condition condition, DWORD limitMs = 10000)

@@ -16,12 +16,6 @@ using namespace logtest;
 
 namespace {
 
-unsigned int NextChannel()
-{
-    static unsigned int next = 0x7E000000u;
-    return ++next;
-}
-
 // Splits a log file into records at the empty separating lines: each piece is one record's
 // header line and body, without the closing "\r\n\r\n". Fast enough for millions of records.
 template <class Visitor>

@@ -120,6 +120,9 @@ class TAVRIN_API CCriticalSection
 {
 public:
     CCriticalSection();
+    // A contended Lock spins that many times before it waits: for locks that several threads
+    // take for a few hundred nanoseconds each, where waiting in the kernel costs far more.
+    explicit CCriticalSection(unsigned long spinCount);
     CCriticalSection(const CCriticalSection&) = delete;
     CCriticalSection& operator=(const CCriticalSection&) = delete;
     virtual ~CCriticalSection();

@@ -56,6 +56,13 @@ public:
     void Start();
     void Start(Routine routine);
 
+    // Lets the thread go without waiting for its end: closes its handle and forgets it, so that
+    // the object can be started again and its destructor does not wait. For a routine that has
+    // told its owner that it is done and ends on its own, for example through
+    // FreeLibraryAndExitThread: waiting for a thread's end needs the loader lock, which a caller
+    // in DllMain holds. The routine must not use this object any more.
+    void Detach();
+
     // Whether the thread has been started and has not ended yet.
     bool IsRunning() const;
     // Waits for the end of the thread: true when it has ended (or was never started), false on
