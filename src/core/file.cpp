@@ -318,6 +318,14 @@ bool CFile::GetOverlappedResult(OVERLAPPED* overlapped, unsigned int& bytes, boo
                        wait ? L"TRUE" : L"FALSE");
         return false;
     }
+    // Any other error but ERROR_IO_INCOMPLETE ends the operation (ERROR_OPERATION_ABORTED after
+    // CancelIo, a device that went away): its pending record goes, leaving a record of the bytes
+    // that it moved before it ended.
+    if (error != ERROR_IO_INCOMPLETE)
+    {
+        CLogFileProxy proxy(channel);
+        proxy().AbortPendingOperation(overlapped, bytes);
+    }
     ThrowLoggedWinError(channel, false, kLineGetOverlappedResult, TAVRIN_WFILE, L"GetOverlappedResult",
                         static_cast<long>(error), L"GetOverlappedResult() failed. GetLastError()=%u, bWait=%ls.",
                         error, wait ? L"TRUE" : L"FALSE");

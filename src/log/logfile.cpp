@@ -341,6 +341,16 @@ bool CLogFile::AddPendingOperation(unsigned int kind, const void* buffer, unsign
 
 bool CLogFile::CommitPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred)
 {
+    return EndPendingOperation(overlapped, bytesTransferred, true);
+}
+
+bool CLogFile::AbortPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred)
+{
+    return EndPendingOperation(overlapped, bytesTransferred, false);
+}
+
+bool CLogFile::EndPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred, bool completed)
+{
     try
     {
         CLocker<CCriticalSection> lock(&m_cs);
@@ -353,6 +363,9 @@ bool CLogFile::CommitPendingOperation(OVERLAPPED* overlapped, unsigned int bytes
         m_mapPending.erase(it);
 
         const unsigned int size = std::min(bytesTransferred, operation.nSize);
+        // An aborted transfer leaves a record only of the bytes that it did move.
+        if (!completed && (size == 0 || operation.nKind == PendingOperation::eWait))
+            return true;
         switch (operation.nKind)
         {
         case PendingOperation::eRead:

@@ -274,28 +274,4 @@ void ThrowLoggedWinError(unsigned int channel, bool important, unsigned int line
     throw CWinException(line, file, function, error);
 }
 
-ustring CommEventMaskText(unsigned long mask)
-{
-    static const struct
-    {
-        unsigned long nMask;
-        const wchar_t* pszName;
-    } names[] = {
-        {0x0001, L"EV_RXCHAR"}, {0x0002, L"EV_RXFLAG"}, {0x0004, L"EV_TXEMPTY"},  {0x0008, L"EV_CTS"},
-        {0x0010, L"EV_DSR"},    {0x0020, L"EV_RLSD"},   {0x0040, L"EV_BREAK"},    {0x0080, L"EV_ERR"},
-        {0x0100, L"EV_RING"},   {0x0200, L"EV_PERR"},   {0x0400, L"EV_RX80FULL"}, {0x0800, L"EV_EVENT1"},
-        {0x1000, L"EV_EVENT2"},
-    };
-    ustring text;
-    for (const auto& entry : names)
-    {
-        if ((mask & entry.nMask) == 0)
-            continue;
-        if (!text.empty())
-            text += L'|';
-        text += entry.pszName;
-    }
-    return text;
-}
-
 } // namespace tavrin

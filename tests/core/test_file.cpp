@@ -22,20 +22,6 @@ bool EndsWith(const ustring& text, const wchar_t* tail)
     return text.size() >= length && static_cast<const std::wstring&>(text).compare(text.size() - length, length, tail) == 0;
 }
 
-// The bodies of the text events of a log file, and the heads of its data records, in order.
-std::vector<std::string> Events(const ustring& logPath)
-{
-    std::vector<std::string> events;
-    for (const Record& record : ParseRecords(ReadBytes(logPath)))
-    {
-        if (record.head == "Text Event, ")
-            events.push_back(record.body.substr(0, record.body.size() - 4)); // without "\r\n\r\n"
-        else
-            events.push_back(record.head + "|" + record.body);
-    }
-    return events;
-}
-
 std::string Narrow(const ustring& text)
 {
     return ustring::WideCharToMultiByte(text, CP_UTF8);

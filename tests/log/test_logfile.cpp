@@ -294,6 +294,39 @@ TEST(LogFilePending, CommitPairsCompletionsWithRegistrations)
               records[2].body);
 }
 
+TEST(LogFilePending, AbortKeepsOnlyTheBytesThatMoved)
+{
+    CTempFolder folder(L"abort");
+    const ustring path = folder / L"abort.log";
+    CLogFile log(eLogFileDetailVerbose);
+    ASSERT_TRUE(log.Open(path));
+
+    OVERLAPPED ov1 = {}, ov2 = {}, ov3 = {}, ov4 = {};
+    const std::vector<unsigned char> written = Bytes({0x30, 0x31, 0x32, 0x33, 0x34});
+    char readBuffer[8] = {};
+    const unsigned long mask = EV_RXCHAR;
+    ASSERT_TRUE(log.AddPendingWriteOperation(written.data(), 5, &ov1));
+    ASSERT_TRUE(log.AddPendingReadOperation(readBuffer, 8, &ov2));
+    ASSERT_TRUE(log.AddPendingWaitOperation(&mask, &ov3));
+
+    EXPECT_FALSE(log.AbortPendingOperation(&ov4, 3)); // never registered
+    EXPECT_TRUE(log.AbortPendingOperation(&ov1, 3));  // three of five bytes went out
+    EXPECT_TRUE(log.AbortPendingOperation(&ov2, 0));  // nothing came: no record
+    EXPECT_TRUE(log.AbortPendingOperation(&ov3, 4));  // an aborted wait is never logged
+    // Each is forgotten either way.
+    for (OVERLAPPED* ov : {&ov1, &ov2, &ov3})
+    {
+        EXPECT_FALSE(log.CommitPendingOperation(ov, 1));
+        EXPECT_FALSE(log.AbortPendingOperation(ov, 1));
+    }
+    log.Close();
+
+    const std::vector<Record> records = ParseRecords(ReadBytes(path));
+    ASSERT_EQ(1u, records.size());
+    EXPECT_EQ("ASYNC WRITE request completed: 3 (0x3) bytes, ", records[0].head);
+    EXPECT_EQ(DumpLine(Bytes({0x30, 0x31, 0x32})) + "\r\n", records[0].body);
+}
+
 TEST(LogFilePending, EventMaskTextFollowsTheBitOrder)
 {
     EXPECT_EQ(L"", CommEventMaskText(0));

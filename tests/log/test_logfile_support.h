@@ -113,6 +113,21 @@ inline std::vector<Record> ParseRecords(const std::string& text)
     return records;
 }
 
+// The records of a log file in order: a text event as its text, a data record as its header
+// without the time stamp, "|", and its body.
+inline std::vector<std::string> Events(const ustring& logPath)
+{
+    std::vector<std::string> events;
+    for (const Record& record : ParseRecords(ReadBytes(logPath)))
+    {
+        if (record.head == "Text Event, ")
+            events.push_back(record.body.substr(0, record.body.size() - 4)); // without "\r\n\r\n"
+        else
+            events.push_back(record.head + "|" + record.body);
+    }
+    return events;
+}
+
 // Local time as a log record writes it.
 inline std::string TimeText(const SYSTEMTIME& t)
 {

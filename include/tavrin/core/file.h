@@ -102,6 +102,9 @@ public:
     // Completes a pending transfer: true (and its data logged) when done; false only for
     // ERROR_IO_PENDING (997). Every other error, ERROR_IO_INCOMPLETE (996) of a transfer still
     // running with `wait` false included, logs and throws CWinException("GetOverlappedResult").
+    // An error other than 996 has ended the operation (ERROR_OPERATION_ABORTED (995) after
+    // CancelIo, for instance): its pending record is dropped, after a record of the bytes that
+    // it moved, if any (CLogFile::AbortPendingOperation).
     virtual bool GetOverlappedResult(OVERLAPPED* overlapped, unsigned int& bytes, bool wait);
 
     // The name as given to Open (empty when none, or after a delete-on-close).

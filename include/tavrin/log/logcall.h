@@ -49,7 +49,8 @@ TAVRIN_API void LogChannelTextV(unsigned int channel, bool important, const wcha
 
 // Names of the serial-port event bits (EV_RXCHAR ... EV_EVENT2) set in `mask`, in the order of
 // their values, joined by "|"; unknown bits are ignored and 0 gives the empty text. A completed
-// event wait is logged with this text, and the serial port describes its masks with it.
+// event wait is logged with this text, and the serial port (CCommPort, beside whose tables it
+// lives) describes its masks with it.
 TAVRIN_API ustring CommEventMaskText(unsigned long mask);
 
 } // namespace tavrin

@@ -133,6 +133,11 @@ public:
     // registered size; an event wait as a text event with detail Verbose) and forgets it. False
     // when nothing is registered for `overlapped` or the log file is not IsOK().
     bool CommitPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred);
+    // Ends a registered operation that failed or was cancelled: a read or write that moved bytes
+    // before it ended logs them as an ASYNC data record (at most the registered size); one that
+    // moved none, and an event wait, is forgotten without a record. False when nothing is
+    // registered for `overlapped` or the log file is not IsOK().
+    bool AbortPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred);
 
     // The lock of this log file, for callers that group several calls.
     CCriticalSection& CriticalSection() const { return m_cs; }
@@ -158,6 +163,8 @@ private:
     // m_nQueued once filled. Under the lock.
     LogEntry& NextEntry();
     bool AddPendingOperation(unsigned int kind, const void* buffer, unsigned int size, OVERLAPPED* overlapped);
+    // Removes the operation registered for `overlapped` and logs it as completed or as aborted.
+    bool EndPendingOperation(OVERLAPPED* overlapped, unsigned int bytesTransferred, bool completed);
 
     // The worker thread: writes the queue in batches until stopped or a write fails.
     void StartWorker();
