@@ -71,29 +71,28 @@ bool ReadScript(const wchar_t* path, std::vector<Step>& steps)
     return !steps.empty();
 }
 
-bool Readable(SOCKET socket, unsigned __int64 ms)
-{
-    fd_set read, write, except;
-    FD_ZERO(&read);
-    FD_ZERO(&write);
-    FD_ZERO(&except);
-    FD_SET(socket, &read);
-    return CWSASocket::Select(read, write, except, ms) > 0;
-}
-
-// Receives into `buffer` until it holds `count` bytes or the peer closes, for at most kWaitMs.
+// Receives into `buffer` until it holds `count` bytes (0: until the peer closes), for at most
+// kWaitMs; each receive gives up by itself after that long (SO_RCVTIMEO).
 const char* ReceiveUntil(CWSASocket& socket, std::vector<unsigned char>& buffer, std::size_t count)
 {
     CStopWatch clock;
     while (buffer.size() < count || count == 0)
     {
-        const unsigned __int64 elapsed = static_cast<unsigned __int64>(clock.GetElapsedTime().GetTimeSpan());
-        if (elapsed >= kWaitMs || !Readable(socket, kWaitMs - elapsed))
+        if (static_cast<unsigned __int64>(clock.GetElapsedTime().GetTimeSpan()) >= kWaitMs)
             return "timeout";
         unsigned char chunk[65536];
         unsigned int received = 0;
         DWORD flags = 0;
-        socket.Recv(chunk, sizeof(chunk), received, flags);
+        try
+        {
+            socket.Recv(chunk, sizeof(chunk), received, flags);
+        }
+        catch (const CWinException& e)
+        {
+            if (e.GetErrorCode() == WSAETIMEDOUT)
+                return "timeout";
+            throw;
+        }
         if (received == 0)
             return "closed";
         buffer.insert(buffer.end(), chunk, chunk + received);
@@ -123,6 +122,7 @@ int wmain(int argc, wchar_t** argv)
         address.sin_port = htons(static_cast<u_short>(_wtoi(argv[1])));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socket.Connect(&address, sizeof(address));
+        socket.SetSockOpt<DWORD>(SOL_SOCKET, SO_RCVTIMEO, static_cast<DWORD>(kWaitMs));
         CStopWatch clock;
         std::vector<unsigned char> buffer;
         for (std::size_t i = 0; i < steps.size(); ++i)

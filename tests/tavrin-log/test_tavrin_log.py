@@ -8,12 +8,14 @@ Run by ctest in each build width:
 Writes a JUnit-style report that the test summary counts next to GoogleTest's.
 """
 import argparse
+import contextlib
 import csv
 import io
 import json
 import os
 import queue
 import re
+import select
 import shutil
 import socket
 import subprocess
@@ -558,12 +560,12 @@ class Device(threading.Thread):
 
 
 class Replay:
-    """tavrin-log replay -listen 0 under Wine: its address, its output and its exit."""
+    """tavrin-log replay under Wine (by default -listen 0), once it is ready: on a TCP port, whose
+    number it tells, or on a serial port. Its output and its exit."""
 
-    def __init__(self, recording, logdir, *options):
-        self.started = time.monotonic()
+    def __init__(self, recording, logdir, *options, link=("-listen", "0")):
         self.process = subprocess.Popen(
-            [ARGS.wine, os.path.join(ARGS.bin, "tavrin-log.exe"), "replay", "-plain", "-listen", "0",
+            [ARGS.wine, os.path.join(ARGS.bin, "tavrin-log.exe"), "replay", "-plain", *link,
              "-logdir", windows_path(logdir), *options, windows_path(recording)],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.lines = queue.Queue()
@@ -572,8 +574,9 @@ class Replay:
         threading.Thread(target=lambda: self.err.extend(self.process.stderr), daemon=True).start()
         self.output = []
         self.port = None
+        ready = False
         deadline = time.monotonic() + WAIT
-        while self.port is None and time.monotonic() < deadline:
+        while not ready and time.monotonic() < deadline:
             try:
                 line = self.lines.get(timeout=max(0.0, deadline - time.monotonic()))
             except queue.Empty:
@@ -581,10 +584,11 @@ class Replay:
             if line is None:
                 break
             self.output.append(line)
-            match = re.search(r"listening on 127\.0\.0\.1:(\d+)", line)
+            match = re.search(r"listening on 127\.0\.0\.1:(\d+)$|replaying .* on (COM\d+)$", line)
             if match:
-                self.port = int(match.group(1))
-        if self.port is None:
+                ready = True
+                self.port = int(match.group(1)) if match.group(1) else None
+        if not ready:
             self.process.kill()
             self.process.wait(WAIT)
             raise AssertionError("replay did not listen: %s %s" % (self.output, self.stderr()))
@@ -611,6 +615,28 @@ class Replay:
                 break
             self.output.append(line)
         return self.process.returncode, "\n".join(self.output)
+
+
+def serial_application(fd, script):
+    """The application's part of a script on its end of a pseudo-terminal: whether each "expect"
+    step got its bytes, every wait bounded by WAIT."""
+    results, pending = [], b""
+    for verb, value in script:
+        if verb == "send":
+            view = memoryview(value)
+            while view:
+                if not select.select([], [fd], [], WAIT)[1]:
+                    raise AssertionError("the serial line took nothing for %d s" % WAIT)
+                view = view[os.write(fd, view):]
+        elif verb == "expect":
+            deadline = time.monotonic() + WAIT
+            while len(pending) < len(value) and select.select([fd], [], [], max(0, deadline - time.monotonic()))[0]:
+                pending += os.read(fd, 65536)
+            results.append(pending[:len(value)] == value)
+            pending = pending[len(value):]
+        elif verb == "pause":
+            time.sleep(value / 1000)
+    return results
 
 
 class TavrinLogReplay(unittest.TestCase):
@@ -777,6 +803,79 @@ class TavrinLogReplay(unittest.TestCase):
         rc, out, _, (client_rc, _, _) = self.replay("more", script, "-speed", "0")
         self.assertEqual(3, rc, out)
         self.assertIn("the application sent 5 bytes after the end of the recording: EXTRA", out)
+
+    # ------------------------------------------------------------ on a serial port
+
+    SERIAL_PORT = 120
+
+    @contextlib.contextmanager
+    def serial_port(self, name):
+        """A socat pseudo-terminal pair as the cable: one end is COM120 in the Wine prefix, the
+        application's end is opened here. Yields the port's name and the application's end."""
+        prefix = os.environ.get("WINEPREFIX")
+        if not prefix or not shutil.which("socat"):
+            self.skipTest("a serial port needs socat and the Wine prefix of scripts/test.sh")
+        folder = os.path.join(self.folder, name)
+        os.makedirs(folder)
+        device, application = os.path.join(folder, "device"), os.path.join(folder, "application")
+        link = os.path.join(prefix, "dosdevices", "com%d" % self.SERIAL_PORT)
+        socat = subprocess.Popen(["socat", "pty,link=%s,rawer" % device, "pty,link=%s,rawer" % application],
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            deadline = time.monotonic() + WAIT
+            while not (os.path.exists(device) and os.path.exists(application)) and time.monotonic() < deadline:
+                time.sleep(0.05)
+            if os.path.lexists(link):
+                os.remove(link)
+            os.symlink(device, link)
+            fd = os.open(application, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
+            try:
+                yield "COM%d" % self.SERIAL_PORT, fd
+            finally:
+                os.close(fd)
+        finally:
+            if os.path.lexists(link) and os.readlink(link) == device:
+                os.remove(link)
+            socat.terminate()
+            socat.wait(WAIT)
+
+    def test_the_session_replays_on_a_serial_port(self):
+        # The device's closing of a TCP connection has nothing to stand for on a serial line.
+        script = [step for step in SESSION if step[0] != "eof"]
+        logdir = os.path.join(self.folder, "serial-replay")
+        with self.serial_port("serial") as (port, fd):
+            replay = Replay(self.recording, logdir, "-speed", "0", "-baud", "115200", link=("-port", port))
+            results = serial_application(fd, script)
+            rc, out = replay.finish()
+        self.assertEqual(0, rc, out + replay.stderr())
+        self.assertEqual([True] * len(results), results)
+        self.assertIn("; no differences", out)
+        logs = os.listdir(logdir)
+        self.assertEqual(1, len(logs), logs)
+        self.assertTrue(logs[0].startswith("COM%d-" % self.SERIAL_PORT), logs)
+        sent, received = self.raw(self.recording)
+        self.assertEqual((received, sent), self.raw(os.path.join(logdir, logs[0])))
+
+        # An application that falls silent in the middle of a command: the replay cancels its
+        # read when its time is up, and reports the bytes that came.
+        script = SESSION[:4] + [("send", b"CS")]
+        with self.serial_port("serial-silent") as (port, fd):
+            replay = Replay(self.recording, os.path.join(self.folder, "serial-silent-replay"), "-speed", "0",
+                            "-timeout", "1500", link=("-port", port))
+            serial_application(fd, script)
+            rc, out = replay.finish(timeout=10)
+        self.assertEqual(3, rc, out)
+        waited = re.search(r"line \d+: waited (\d+) ms for the application's 4 bytes; 2 came; those agree with "
+                           r"the recording", out)
+        self.assertIsNotNone(waited, out)
+        self.assertGreaterEqual(int(waited.group(1)), 1500)
+        self.assertLess(int(waited.group(1)), 5000)
+
+        # A port that does not exist.
+        rc, _, err = tool("replay", "-port", "COM%d" % (self.SERIAL_PORT + 1), windows_path(self.recording),
+                          expect=1)
+        self.assertIn("cannot open COM%d" % (self.SERIAL_PORT + 1), err)
+        self.assertIn("CreateFileW", err)
 
     def test_replay_command_line_errors(self):
         recording = windows_path(self.recording)

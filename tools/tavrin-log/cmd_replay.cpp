@@ -13,6 +13,7 @@
 // the replay ends. Every difference is reported, and any makes the exit code kExitMismatch.
 #include "tool.h"
 
+#include <tavrin/comm/commport.h>
 #include <tavrin/comm/resolver.h>
 #include <tavrin/comm/socket.h>
 #include <tavrin/log/logcall.h>
@@ -41,9 +42,13 @@ public:
     };
 
     virtual ~CLink() {}
-    // Waits at most `ms` for bytes from the application and appends what came to `buffer`.
-    // Throws what the system reports for a broken connection.
-    virtual EReceived Receive(std::vector<unsigned char>& buffer, unsigned __int64 ms) = 0;
+    // Waits at most `ms` for bytes from the application and appends what came to `buffer`: at
+    // most `wanted` bytes (the rest of what the replay waits for), and on a link that tells where
+    // its bytes arrive, as soon as some are there. Throws what the system reports for a broken
+    // connection.
+    virtual EReceived Receive(std::vector<unsigned char>& buffer, std::size_t wanted, unsigned __int64 ms) = 0;
+    // Appends the bytes that have arrived and not been read yet.
+    virtual void ReceiveWaiting(std::vector<unsigned char>& buffer) = 0;
     virtual void Send(const std::vector<unsigned char>& data) = 0;
     // The device ended the conversation where the recording holds a read of 0 bytes. A socket
     // reads 0 bytes only when its peer has closed, so a TCP link closes its sending side; false
@@ -108,18 +113,25 @@ public:
         return true;
     }
 
-    EReceived Receive(std::vector<unsigned char>& buffer, unsigned __int64 ms) override
+    EReceived Receive(std::vector<unsigned char>& buffer, std::size_t, unsigned __int64 ms) override
     {
         if (!Readable(m_Connection, ms))
             return eTimedOut;
-        unsigned char chunk[65536];
+        m_Buffer.resize(65536);
         unsigned int received = 0;
         DWORD flags = 0;
-        m_Connection.Recv(chunk, sizeof(chunk), received, flags);
+        m_Connection.Recv(m_Buffer.data(), static_cast<unsigned int>(m_Buffer.size()), received, flags);
         if (received == 0)
             return eClosed;
-        buffer.insert(buffer.end(), chunk, chunk + received);
+        buffer.insert(buffer.end(), m_Buffer.begin(), m_Buffer.begin() + received);
         return eReceived;
+    }
+
+    void ReceiveWaiting(std::vector<unsigned char>& buffer) override
+    {
+        while (Receive(buffer, 0, 0) == eReceived)
+        {
+        }
     }
 
     void Send(const std::vector<unsigned char>& data) override
@@ -148,7 +160,96 @@ public:
 private:
     tavrin::CWSASocket m_Listener;
     tavrin::CWSASocket m_Connection;
+    std::vector<unsigned char> m_Buffer;
     bool m_bSendingEnded;
+};
+
+// The device on a serial port. Its reads wait for exactly the bytes that the replay waits for
+// (the port's read timeouts are all 0), since not every driver can end a read when bytes stop
+// coming (Wine cannot); the replay bounds each wait itself and cancels a read that runs out of
+// time.
+class CSerialLink : public CLink
+{
+public:
+    // Opens `name` (COM9, or \\.\COM9) with its own data log file, at `baud` bits per second
+    // (0: as the port is set), forgetting whatever waited in its buffers. A write, or a read of
+    // bytes that are there, may take `timeout` ms. Throws what the system reports.
+    CSerialLink(const ustring& name, unsigned int baud, unsigned int timeout)
+        : m_Read(nullptr, TRUE, FALSE, nullptr), m_Write(nullptr, TRUE, FALSE, nullptr), m_nTimeout(timeout)
+    {
+        m_Port.Open(name.find(L'\\') == std::wstring::npos ? L"\\\\.\\" + name : name, FILE_FLAG_OVERLAPPED);
+        if (baud != 0)
+        {
+            DCB dcb = {};
+            dcb.DCBlength = sizeof(dcb);
+            m_Port.GetCommState(dcb);
+            dcb.BaudRate = baud;
+            m_Port.SetCommState(dcb);
+        }
+        const COMMTIMEOUTS none = {0, 0, 0, 0, 0};
+        m_Port.SetCommTimeouts(none);
+        m_Port.PurgeComm(PURGE_RXCLEAR | PURGE_TXCLEAR);
+    }
+
+    EReceived Receive(std::vector<unsigned char>& buffer, std::size_t wanted, unsigned __int64 ms) override
+    {
+        m_Buffer.resize(std::max<std::size_t>(1, std::min<std::size_t>(wanted, 1u << 20)));
+        unsigned int count = 0;
+        const bool done = m_Port.Read(m_Buffer.data(), static_cast<unsigned int>(m_Buffer.size()), count, &m_Read) ||
+                          Complete(m_Read, ms, count);
+        buffer.insert(buffer.end(), m_Buffer.begin(), m_Buffer.begin() + std::min<std::size_t>(count, m_Buffer.size()));
+        return done ? eReceived : eTimedOut;
+    }
+
+    void ReceiveWaiting(std::vector<unsigned char>& buffer) override
+    {
+        DWORD errors = 0;
+        COMSTAT status = {};
+        m_Port.ClearCommError(errors, status);
+        if (status.cbInQue != 0)
+            Receive(buffer, status.cbInQue, m_nTimeout);
+    }
+
+    void Send(const std::vector<unsigned char>& data) override
+    {
+        unsigned int count = 0;
+        if (!m_Port.Write(data.data(), static_cast<unsigned int>(data.size()), count, &m_Write) &&
+            !Complete(m_Write, m_nTimeout, count))
+            throw tavrin::CWinException(__LINE__, TAVRIN_WFILE, L"WriteFile", ERROR_TIMEOUT);
+    }
+
+    bool EndSending() override { return false; }
+    bool ClosedByApplication() const override { return false; }
+    unsigned int Channel() const override { return tavrin::LogChannel(m_Port.GetHandle()); }
+
+private:
+    // Waits at most `ms` for a pending transfer. False when it ran out of time: it is cancelled,
+    // and `count` tells how many bytes it moved before.
+    bool Complete(tavrin::COverlapped& overlapped, unsigned __int64 ms, unsigned int& count)
+    {
+        const DWORD wait = static_cast<DWORD>(std::min<unsigned __int64>(ms, 0xFFFFFFFEu));
+        if (::WaitForSingleObject(overlapped.hEvent, wait) == WAIT_OBJECT_0)
+            return m_Port.GetOverlappedResult(&overlapped, count, true);
+        m_Port.CancelIo();
+        try
+        {
+            // It may have completed before it could be cancelled.
+            return m_Port.GetOverlappedResult(&overlapped, count, true);
+        }
+        catch (const tavrin::CStdException&)
+        {
+            count = static_cast<unsigned int>(overlapped.InternalHigh);
+            return false;
+        }
+    }
+
+    // Every transfer has completed or been cancelled when Receive or Send returns; the port still
+    // goes first.
+    tavrin::COverlapped m_Read;
+    tavrin::COverlapped m_Write;
+    std::vector<unsigned char> m_Buffer;
+    unsigned int m_nTimeout;
+    tavrin::CCommPort m_Port;
 };
 
 // The address of -listen: a port alone is one on the loopback address, so that a replay is not
@@ -255,7 +356,8 @@ private:
         {
             const unsigned __int64 now = Now();
             CLink::EReceived result = CLink::eTimedOut;
-            if (now < deadline && !ReceiveOrReport(deadline - now, result, &record))
+            if (now < deadline &&
+                !ReceiveOrReport(expected.size() - m_Pending.size(), deadline - now, result, &record))
                 return false;
             if (result == CLink::eReceived)
                 continue;
@@ -323,7 +425,8 @@ private:
     }
 
     // After the last record: what the application still sends is a difference. A TCP
-    // application is given -timeout to close the connection.
+    // application is given -timeout to close the connection; on a serial port, which nobody
+    // closes, what has arrived by then counts.
     void Finish()
     {
         if (m_Link.ClosedByApplication())
@@ -335,7 +438,7 @@ private:
                 const unsigned __int64 now = Now();
                 if (now >= deadline)
                     result = CLink::eTimedOut;
-                else if (!ReceiveOrReport(deadline - now, result, nullptr))
+                else if (!ReceiveOrReport(1, deadline - now, result, nullptr))
                     return;
             }
             if (result == CLink::eTimedOut)
@@ -343,19 +446,28 @@ private:
                                           L"recording; the replay closes it",
                                           m_nTimeout));
         }
+        else
+        {
+            CLink::EReceived result = CLink::eReceived;
+            if (!ReceiveOrReport(0, 0, result, nullptr))
+                return;
+        }
         if (!m_Pending.empty())
             Mismatch(ustring::sprintf_stc(L"the application sent %u bytes after the end of the recording: ",
                                           static_cast<unsigned int>(m_Pending.size())) +
                      Excerpt(m_Pending, 0));
     }
 
-    // One wait for bytes; a broken connection is reported (at `record`, when there is one) and
-    // gives false.
-    bool ReceiveOrReport(unsigned __int64 ms, CLink::EReceived& result, const LogRecord* record)
+    // One wait for at most `wanted` bytes (0: only those already there); a broken connection is
+    // reported (at `record`, when there is one) and gives false.
+    bool ReceiveOrReport(std::size_t wanted, unsigned __int64 ms, CLink::EReceived& result, const LogRecord* record)
     {
         try
         {
-            result = m_Link.Receive(m_Pending, ms);
+            if (wanted == 0)
+                m_Link.ReceiveWaiting(m_Pending);
+            else
+                result = m_Link.Receive(m_Pending, wanted, ms);
             return true;
         }
         catch (const tavrin::CStdException& e)
@@ -461,16 +573,71 @@ private:
 
 } // namespace
 
+namespace {
+
+// Listens on `address` and waits at most `wait` ms for the application to connect.
+std::unique_ptr<CLink> ConnectSocket(const ustring& listen, CStdOut& out, const ustring& path, unsigned int wait)
+{
+    std::unique_ptr<CSocketLink> link;
+    ustring local;
+    try
+    {
+        link.reset(new CSocketLink(ListenAddress(listen)));
+        local = link->GetLocalAddress();
+    }
+    catch (const tavrin::CStdException& e)
+    {
+        Fail(kExitFailure, L"cannot listen on %ls: %ls", listen.c_str(), DescribeException(e).c_str());
+    }
+    out.Write(ustring::sprintf_stc(L"tavrin-log: replaying %ls: listening on %ls\r\n", path.c_str(), local.c_str()));
+    out.Flush();
+    ustring peer;
+    bool connected = false;
+    try
+    {
+        connected = link->Accept(wait, peer);
+    }
+    catch (const tavrin::CStdException& e)
+    {
+        Fail(kExitFailure, L"cannot accept a connection on %ls: %ls", local.c_str(), DescribeException(e).c_str());
+    }
+    if (!connected)
+        Fail(kExitMismatch, L"no application connected to %ls within %u ms", local.c_str(), wait);
+    out.Write(ustring::sprintf_stc(L"tavrin-log: the application connected from %ls\r\n", peer.c_str()));
+    out.Flush();
+    return link;
+}
+
+std::unique_ptr<CLink> OpenSerialPort(const ustring& port, unsigned int baud, unsigned int timeout, CStdOut& out,
+                                      const ustring& path)
+{
+    std::unique_ptr<CLink> link;
+    try
+    {
+        link.reset(new CSerialLink(port, baud, timeout));
+    }
+    catch (const tavrin::CStdException& e)
+    {
+        Fail(kExitFailure, L"cannot open %ls: %ls", port.c_str(), DescribeException(e).c_str());
+    }
+    out.Write(ustring::sprintf_stc(L"tavrin-log: replaying %ls on %ls\r\n", path.c_str(), port.c_str()));
+    out.Flush();
+    return link;
+}
+
+} // namespace
+
 int RunReplay(const CCommandLine& line)
 {
     ustring listen, port;
     const bool tcp = line.Get(L"listen", listen);
     if (tcp == line.Get(L"port", port))
         Fail(kExitUsage, L"replay: give one of -listen <port> and -port <COMx>");
-    if (tcp && line.Has(L"baud"))
+    unsigned int baud = 0, timeout = 10000, wait = 60000;
+    if (line.Get(L"baud", baud, 1, 100000000) && tcp)
         Fail(kExitUsage, L"option \"-baud\" applies to -port only");
-    const tavrin::SOCKET_ADDRESS_EX address = tcp ? ListenAddress(listen) : tavrin::SOCKET_ADDRESS_EX();
-    unsigned int timeout = 10000, wait = 60000;
+    if (tcp)
+        ListenAddress(listen); // a usage error before anything else is done
     line.Get(L"timeout", timeout, 1, 86400000);
     line.Get(L"wait", wait, 1, 86400000);
     double speed = 1;
@@ -489,43 +656,16 @@ int RunReplay(const CCommandLine& line)
         server.SetFolder(folder, false);
     server.SetDetail(tavrin::eLogFileDetailVerbose);
 
-    if (!tcp)
-        Fail(kExitFailure, L"replay on a serial port (-port) is not available in this build");
-
-    std::unique_ptr<CSocketLink> link;
-    ustring local;
-    try
-    {
-        link.reset(new CSocketLink(address));
-        local = link->GetLocalAddress();
-    }
-    catch (const tavrin::CStdException& e)
-    {
-        Fail(kExitFailure, L"cannot listen on %ls: %ls", listen.c_str(), DescribeException(e).c_str());
-    }
-    out.Write(ustring::sprintf_stc(L"tavrin-log: replaying %ls: listening on %ls\r\n", source.GetPath().c_str(),
-                                   local.c_str()));
-    out.Flush();
-    ustring peer;
-    bool connected = false;
-    try
-    {
-        connected = link->Accept(wait, peer);
-    }
-    catch (const tavrin::CStdException& e)
-    {
-        Fail(kExitFailure, L"cannot accept a connection on %ls: %ls", local.c_str(), DescribeException(e).c_str());
-    }
-    if (!connected)
-        Fail(kExitMismatch, L"no application connected to %ls within %u ms", local.c_str(), wait);
-    out.Write(ustring::sprintf_stc(L"tavrin-log: the application connected from %ls\r\n", peer.c_str()));
-    out.Flush();
+    // A TCP application has connected when the replay starts; a serial one may still be
+    // starting, and has `wait` for its first bytes.
+    const std::unique_ptr<CLink> link =
+        tcp ? ConnectSocket(listen, out, source.GetPath(), wait) : OpenSerialPort(port, baud, timeout, out, source.GetPath());
     if (!server.LogFileExists(link->Channel()))
         ErrorConsole().Warn(L"the replay's session cannot be logged in \"%ls\"", server.GetFolder().c_str());
     tavrin::LogChannelText(link->Channel(), true, L"tavrin-log replays \"%ls\" (speed %g, timeout %u ms).",
                            source.GetPath().c_str(), speed, timeout);
 
-    CReplayer replayer(*link, out, source.GetChannel(), speed, timeout, 0, line.Has(L"hex"));
+    CReplayer replayer(*link, out, source.GetChannel(), speed, timeout, tcp ? 0 : wait, line.Has(L"hex"));
     return replayer.Play(source, filter);
 }
 
