@@ -42,9 +42,9 @@ public:
     };
 
     virtual ~CLink() {}
-    // Waits at most `ms` for bytes from the application and appends what came to `buffer`: at
-    // most `wanted` bytes (the rest of what the replay waits for), and on a link that tells where
-    // its bytes arrive, as soon as some are there. Throws what the system reports for a broken
+    // Waits at most `ms` for bytes from the application and appends what came to `buffer`, at most
+    // `wanted` (the rest of what the replay waits for): a socket returns as soon as some bytes
+    // are there, a serial port once all of them are. Throws what the system reports for a broken
     // connection.
     virtual EReceived Receive(std::vector<unsigned char>& buffer, std::size_t wanted, unsigned __int64 ms) = 0;
     // Appends the bytes that have arrived and not been read yet.
@@ -129,9 +129,7 @@ public:
 
     void ReceiveWaiting(std::vector<unsigned char>& buffer) override
     {
-        while (Receive(buffer, 0, 0) == eReceived)
-        {
-        }
+        Receive(buffer, 0, 0);
     }
 
     void Send(const std::vector<unsigned char>& data) override
@@ -256,7 +254,8 @@ private:
 // reachable from other computers unless asked for.
 tavrin::SOCKET_ADDRESS_EX ListenAddress(const ustring& text)
 {
-    const bool portOnly = !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
+    const bool portOnly =
+        !text.empty() && text.size() <= 5 && text.find_first_not_of(L"0123456789") == std::wstring::npos;
     try
     {
         const std::vector<tavrin::SOCKET_ADDRESS_EX> addresses =
@@ -281,7 +280,8 @@ public:
     CReplayer(CLink& link, CStdOut& out, const ustring& channel, double speed, unsigned int timeout,
               unsigned int firstWait, bool hex)
         : m_Link(link), m_Out(out), m_strChannel(channel), m_dSpeed(speed), m_nTimeout(timeout),
-          m_nFirstWait(std::max(firstWait, timeout)), m_bHex(hex), m_nAnchor(0), m_bHasAnchorTime(false), m_nPlayed(0), m_nMatched(0), m_nAnswered(0), m_nMismatches(0)
+          m_nFirstWait(std::max(firstWait, timeout)), m_bHex(hex), m_nAnchor(0), m_bHasAnchorTime(false),
+          m_nPlayed(0), m_nMatched(0), m_nAnswered(0), m_nMismatches(0)
     {
     }
 
@@ -455,7 +455,7 @@ private:
         if (!m_Pending.empty())
             Mismatch(ustring::sprintf_stc(L"the application sent %u bytes after the end of the recording: ",
                                           static_cast<unsigned int>(m_Pending.size())) +
-                     Excerpt(m_Pending, 0));
+                     Excerpt(m_Pending, 0, m_Pending.size()));
     }
 
     // One wait for at most `wanted` bytes (0: only those already there); a broken connection is
@@ -494,23 +494,21 @@ private:
         return ustring::sprintf_stc(L"%u of %u bytes differ, the first at offset %u: expected \"",
                                     static_cast<unsigned int>(differing), static_cast<unsigned int>(count),
                                     static_cast<unsigned int>(first)) +
-               Excerpt(expected, first) + L"\", received \"" +
-               Excerpt(std::vector<unsigned char>(received.begin(), received.begin() + static_cast<std::ptrdiff_t>(count)),
-                       first) +
-               L"\"";
+               Excerpt(expected, first, expected.size()) + L"\", received \"" + Excerpt(received, first, count) + L"\"";
     }
 
-    // The bytes around `offset`, named as cat shows them, with "..." where some are left out.
-    ustring Excerpt(const std::vector<unsigned char>& data, std::size_t offset) const
+    // The bytes around `offset` of the first `size` of `data`, named as cat shows them, with "..."
+    // where some are left out.
+    ustring Excerpt(const std::vector<unsigned char>& data, std::size_t offset, std::size_t size) const
     {
         const std::size_t before = 16, length = 48;
         const std::size_t begin = offset - std::min(offset, before);
-        const std::size_t end = std::min(data.size(), begin + length);
+        const std::size_t end = std::min(size, begin + length);
         const std::vector<unsigned char> part(data.begin() + static_cast<std::ptrdiff_t>(begin),
                                               data.begin() + static_cast<std::ptrdiff_t>(end));
         const ustring shown = m_bHex ? tavrin::CLogFile::Bin2Hex(part.data(), static_cast<unsigned int>(part.size()))
                                      : NameControls(part);
-        return (begin > 0 ? L"..." : L"") + shown + (end < data.size() ? L"..." : L"");
+        return (begin > 0 ? L"..." : L"") + shown + (end < size ? L"..." : L"");
     }
 
     // "1 record", "2 records".
@@ -659,7 +657,8 @@ int RunReplay(const CCommandLine& line)
     // A TCP application has connected when the replay starts; a serial one may still be
     // starting, and has `wait` for its first bytes.
     const std::unique_ptr<CLink> link =
-        tcp ? ConnectSocket(listen, out, source.GetPath(), wait) : OpenSerialPort(port, baud, timeout, out, source.GetPath());
+        tcp ? ConnectSocket(listen, out, source.GetPath(), wait)
+            : OpenSerialPort(port, baud, timeout, out, source.GetPath());
     if (!server.LogFileExists(link->Channel()))
         ErrorConsole().Warn(L"the replay's session cannot be logged in \"%ls\"", server.GetFolder().c_str());
     tavrin::LogChannelText(link->Channel(), true, L"tavrin-log replays \"%ls\" (speed %g, timeout %u ms).",

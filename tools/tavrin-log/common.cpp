@@ -56,12 +56,14 @@ const std::vector<OptionSpec>& CCommandLine::Options()
         {L"local", L"address", kExport, L"this side of socket channels, e.g. 127.0.0.1:49152 or [::1]:49152"},
         {L"remote", L"address", kExport, L"the peer of socket channels when their file name does not say"},
         {L"tz", L"offset", kExport, L"the log's local time is UTC plus this (+02:00, -05:30); default: this computer's zone"},
-        {L"listen", L"address", kReplay, L"be the device as a TCP server: a port on 127.0.0.1 (0: any free one), or 0.0.0.0:5000, [::1]:5000"},
+        {L"listen", L"address", kReplay, L"be the device as a TCP server: a port on 127.0.0.1 (0: any free one), "
+                                         L"or 0.0.0.0:5000, [::1]:5000"},
         {L"port", L"COMx", kReplay, L"be the device on this serial port"},
         {L"baud", L"n", kReplay, L"the serial port's bit rate (default: as the port is set)"},
         {L"speed", L"factor", kReplay, L"the recorded pauses before answers divided by this (default 1; 0: none)"},
         {L"timeout", L"ms", kReplay, L"how much longer than in the recording the application may take (default 10000)"},
-        {L"wait", L"ms", kReplay, L"how long the application may take to connect, or on a serial port to send first (default 60000)"},
+        {L"wait", L"ms", kReplay, L"how long the application may take to connect, or on a serial port to send "
+                                  L"first (default 60000)"},
         {L"logdir", L"folder", kReplay, L"folder of the replay's own data log file (default: the library's log folder)"},
     };
     return options;
