@@ -485,7 +485,7 @@ class TavrinLog(unittest.TestCase):
             self.assertIn(message, err, args)
         for ask in ("-help", "/?", "-?"):
             rc, out, _ = tool(ask)
-            for command in ("cat", "merge", "stats", "export"):
+            for command in ("cat", "merge", "stats", "export", "replay"):
                 self.assertIn("\n  " + command + " ", out)
         rc, out, _ = tool(expect=2)
         self.assertIn("Usage:", out)
