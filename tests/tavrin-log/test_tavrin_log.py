@@ -1,21 +1,27 @@
 #!/usr/bin/env python3
 """tavrin-log under Wine, on data log files written through the library by tavrin_log_fixture.exe,
-with Wireshark's tshark as the judge of the captures it exports.
+with Wireshark's tshark as the judge of the captures it exports, and its replay of a session that
+tavrin_log_replay_client.exe recorded against a scripted device on 127.0.0.1.
 
 Run by ctest in each build width:
   test_tavrin_log.py --wine <wine64> --bin <build/bin> --tshark <tshark> --report <xml>
 Writes a JUnit-style report that the test summary counts next to GoogleTest's.
 """
 import argparse
+import contextlib
 import csv
 import io
 import json
 import os
+import queue
 import re
+import select
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 import xml.etree.ElementTree as ET
@@ -479,10 +485,417 @@ class TavrinLog(unittest.TestCase):
             self.assertIn(message, err, args)
         for ask in ("-help", "/?", "-?"):
             rc, out, _ = tool(ask)
-            for command in ("cat", "merge", "stats", "export"):
+            for command in ("cat", "merge", "stats", "export", "replay"):
                 self.assertIn("\n  " + command + " ", out)
         rc, out, _ = tool(expect=2)
         self.assertIn("Usage:", out)
+
+
+# ---------------------------------------------------------------- replay
+
+WAIT = 30  # seconds: the longest that any one side of a replay test waits for the other
+
+# The session that the replay tests record: the device's answers ("expect", what the application
+# waits for), the application's requests ("send"), a pause of the device before an answer
+# ("delay", milliseconds) and the device closing the connection ("eof").
+LONG_ANSWER = bytes((i * 131 + 7) & 0xFF for i in range(70000))
+SESSION = [
+    ("expect", b"READY\r\n"),  # the device speaks first
+    ("send", b"HELLO 1\r\n"),
+    ("expect", b"WELCOME\r\n"),
+    ("send", b"AT+"), ("send", b"CSQ\r"),  # one command in two writes
+    ("delay", 700),
+    ("expect", b"+CSQ: 17,99\r\n"), ("expect", b"OK\r\n"),
+    ("send", bytes(range(256)) * 16),  # every byte value
+    ("expect", LONG_ANSWER),
+    ("send", b"BYE\r\n"),
+    ("eof", None),
+]
+DELAYED = SESSION.index(("expect", b"+CSQ: 17,99\r\n"))
+
+
+class Device(threading.Thread):
+    """The device of a script on 127.0.0.1: waits for what the application sends, answers what
+    the application expects, closes where the script says; every wait bounded by WAIT."""
+
+    def __init__(self, script):
+        super().__init__(daemon=True)
+        self.script = script
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.listener.settimeout(WAIT)
+        self.port = self.listener.getsockname()[1]
+        self.errors = []
+
+    def run(self):
+        try:
+            connection, _ = self.listener.accept()
+            connection.settimeout(WAIT)
+            with connection:
+                pending, delay = b"", 0
+                for verb, value in self.script:
+                    if verb == "send":
+                        while len(pending) < len(value):
+                            chunk = connection.recv(65536)
+                            if not chunk:
+                                raise AssertionError("the application closed the connection early")
+                            pending += chunk
+                        if pending[:len(value)] != value:
+                            self.errors.append("received %r instead of %r" % (pending[:len(value)], value))
+                        pending = pending[len(value):]
+                    elif verb == "delay":
+                        delay = value
+                    elif verb == "expect":
+                        time.sleep(delay / 1000)
+                        delay = 0
+                        connection.sendall(value)
+                    elif verb == "eof":
+                        connection.shutdown(socket.SHUT_WR)
+                # The application closes its side last.
+                while connection.recv(65536):
+                    pass
+        except Exception as e:  # reported by the test that started the device
+            self.errors.append(repr(e))
+        finally:
+            self.listener.close()
+
+
+class Replay:
+    """tavrin-log replay under Wine (by default -listen 0), once it is ready: on a TCP port, whose
+    number it tells, or on a serial port. Its output and its exit."""
+
+    def __init__(self, recording, logdir, *options, link=("-listen", "0")):
+        self.process = subprocess.Popen(
+            [ARGS.wine, os.path.join(ARGS.bin, "tavrin-log.exe"), "replay", "-plain", *link,
+             "-logdir", windows_path(logdir), *options, windows_path(recording)],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.lines = queue.Queue()
+        self.err = []
+        threading.Thread(target=self._read, daemon=True).start()
+        threading.Thread(target=lambda: self.err.extend(self.process.stderr), daemon=True).start()
+        self.output = []
+        self.port = None
+        ready = False
+        deadline = time.monotonic() + WAIT
+        while not ready and time.monotonic() < deadline:
+            try:
+                line = self.lines.get(timeout=max(0.0, deadline - time.monotonic()))
+            except queue.Empty:
+                break
+            if line is None:
+                break
+            self.output.append(line)
+            match = re.search(r"listening on 127\.0\.0\.1:(\d+)$|replaying .* on (COM\d+)$", line)
+            if match:
+                ready = True
+                self.port = int(match.group(1)) if match.group(1) else None
+        if not ready:
+            self.process.kill()
+            self.process.wait(WAIT)
+            raise AssertionError("replay did not listen: %s %s" % (self.output, self.stderr()))
+
+    def _read(self):
+        for raw in self.process.stdout:
+            self.lines.put(raw.decode("utf-8", "replace").rstrip("\r\n"))
+        self.lines.put(None)
+
+    def stderr(self):
+        return b"".join(self.err).decode("utf-8", "replace")
+
+    def finish(self, timeout=WAIT):
+        """Waits for the exit; the exit code and the whole standard output."""
+        try:
+            self.process.wait(timeout)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait(WAIT)
+            raise AssertionError("replay did not end within %d s: %s" % (timeout, self.output))
+        while True:
+            line = self.lines.get(timeout=WAIT)
+            if line is None:
+                break
+            self.output.append(line)
+        return self.process.returncode, "\n".join(self.output)
+
+
+def serial_application(fd, script):
+    """The application's part of a script on its end of a pseudo-terminal: whether each "expect"
+    step got its bytes, every wait bounded by WAIT."""
+    results, pending = [], b""
+    for verb, value in script:
+        if verb == "send":
+            view = memoryview(value)
+            while view:
+                if not select.select([], [fd], [], WAIT)[1]:
+                    raise AssertionError("the serial line took nothing for %d s" % WAIT)
+                view = view[os.write(fd, view):]
+        elif verb == "expect":
+            deadline = time.monotonic() + WAIT
+            while len(pending) < len(value) and select.select([fd], [], [], max(0, deadline - time.monotonic()))[0]:
+                pending += os.read(fd, 65536)
+            results.append(pending[:len(value)] == value)
+            pending = pending[len(value):]
+        elif verb == "pause":
+            time.sleep(value / 1000)
+    return results
+
+
+class TavrinLogReplay(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp(prefix="tavrin-log-replay-")
+        cls.recording = cls.record_session(cls.folder)
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder, ignore_errors=True)
+
+    @staticmethod
+    def write_script(path, script):
+        with open(path, "w") as f:
+            for verb, value in script:
+                f.write("%s %s\n" % (verb, value.hex() if isinstance(value, bytes) else (value or "")))
+
+    @classmethod
+    def client(cls, port, script, name, wait=True):
+        """The application: the test client on the library's socket, logging into a folder of
+        its own. Returns the process, or with `wait` its exit code, step lines and log file."""
+        logdir = os.path.join(cls.folder, name)
+        os.makedirs(logdir)
+        script_path = os.path.join(cls.folder, name + ".script")
+        cls.write_script(script_path, script)
+        command = [ARGS.wine, os.path.join(ARGS.bin, "tavrin_log_replay_client.exe"), str(port),
+                   windows_path(script_path), windows_path(logdir)]
+        process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        if not wait:
+            return process
+        out, err = process.communicate(timeout=TIMEOUT)
+        logs = [os.path.join(logdir, n) for n in os.listdir(logdir)]
+        if len(logs) != 1:
+            raise AssertionError("the client left %r: %s" % (logs, err.decode("utf-8", "replace")))
+        steps = [line.split() for line in out.decode().splitlines()]
+        return process.returncode, steps, logs[0]
+
+    @classmethod
+    def record_session(cls, folder):
+        device = Device(SESSION)
+        device.start()
+        rc, steps, log = cls.client(device.port, SESSION, "recording")
+        device.join(WAIT)
+        assert not device.errors and rc == 0, (device.errors, rc, steps)
+        return log
+
+    def raw(self, log):
+        """The bytes that a log holds each way, as the reader gives them: (sent, received)."""
+        base = os.path.join(self.folder, "raw-%d" % time.monotonic_ns())
+        tool("export", "-raw", windows_path(base), windows_path(log))
+        with open(base + "-sent.bin", "rb") as f, open(base + "-received.bin", "rb") as g:
+            return f.read(), g.read()
+
+    def replay(self, name, script, *options):
+        """Replays the recording to the client running `script`: the replay's exit code and
+        output, its own log, and the client's exit code, steps and log."""
+        logdir = os.path.join(self.folder, name + "-replay")
+        replay = Replay(self.recording, logdir, *options)
+        client = self.client(replay.port, script, name)
+        rc, out = replay.finish()
+        logs = os.listdir(logdir)
+        self.assertEqual(1, len(logs), logs)
+        return rc, out, os.path.join(logdir, logs[0]), client
+
+    def expect_steps(self, script, steps):
+        """The client's step lines checked against the script: each waiting step met."""
+        waiting = [i for i, (verb, _) in enumerate(script) if verb in ("expect", "eof")]
+        self.assertEqual([[str(i), "ok"] for i in waiting], [s[1:3] for s in steps])
+        return {int(s[1]): int(s[3]) for s in steps}
+
+    def test_the_recorded_session_replays_with_the_same_bytes(self):
+        rc, out, own_log, (client_rc, steps, client_log) = self.replay("same", SESSION)
+        self.assertEqual(0, rc, out)
+        self.assertEqual(0, client_rc)
+        elapsed = self.expect_steps(SESSION, steps)
+        # The device's pause before the delayed answer is played as recorded.
+        self.assertGreaterEqual(elapsed[DELAYED], 680)
+        self.assertIn("; no differences", out)
+        self.assertIn("the device closed its side of the connection", out)
+        # Both sessions of the application hold the same bytes each way, and the replay's own
+        # log holds them the other way round.
+        sent, received = self.raw(self.recording)
+        self.assertEqual(b"".join(v for verb, v in SESSION if verb == "send"), sent)
+        self.assertEqual(b"".join(v for verb, v in SESSION if verb == "expect"), received)
+        self.assertEqual((sent, received), self.raw(client_log))
+        self.assertEqual((received, sent), self.raw(own_log))
+        # The replay names its recording in its own log.
+        _, events, _ = tool("cat", "-plain", "-dir", "text", windows_path(own_log))
+        self.assertIn("tavrin-log replays", events)
+        self.assertIn(os.path.basename(self.recording), events)
+
+    def test_pauses_are_scaled_by_speed(self):
+        for speed, low, high in (("4", 150, None), ("0", 0, 350)):
+            rc, out, _, (client_rc, steps, _) = self.replay("speed-" + speed, SESSION, "-speed", speed)
+            self.assertEqual((0, 0), (rc, client_rc), out)
+            elapsed = self.expect_steps(SESSION, steps)[DELAYED]
+            self.assertGreaterEqual(elapsed, low, speed)
+            if high is not None:
+                self.assertLess(elapsed, high, speed)
+
+    def test_every_difference_is_reported_with_its_offset(self):
+        script = list(SESSION)
+        command = SESSION.index(("send", b"CSQ\r"))
+        script[command] = ("send", b"CSR\r")
+        block = bytearray(bytes(range(256)) * 16)
+        block[1000] ^= 0xFF
+        script[command + 4] = ("send", bytes(block))
+        rc, out, own_log, (client_rc, steps, _) = self.replay("differs", script)
+        self.assertEqual(3, rc, out)
+        # The replay answered on, so the application met every expectation.
+        self.assertEqual(0, client_rc)
+        self.expect_steps(script, steps)
+        # The transcript shows what came, the difference what the recording holds.
+        self.assertIn("  -> 4 CSR<CR>\n", out)
+        differences = [line for line in out.split("\n") if " !! " in line]
+        self.assertEqual(2, len(differences), out)
+        self.assertRegex(differences[0], r'line \d+: the application sent other bytes: 1 of 4 bytes differ, the '
+                                         r'first at offset 2: expected "CSQ<CR>", received "CSR<CR>"$')
+        self.assertRegex(differences[1], r"1 of 4096 bytes differ, the first at offset 1000: expected \"\.\.\.")
+        self.assertIn("; 2 differences", out)
+        # The replay's own log says the same.
+        _, events, _ = tool("cat", "-plain", "-dir", "text", windows_path(own_log))
+        self.assertEqual(2, events.count("the application sent other bytes"))
+        # With -hex the bytes are shown in hexadecimal.
+        rc, out, _, _ = self.replay("differs-hex", script, "-hex", "-speed", "0")
+        self.assertEqual(3, rc)
+        self.assertIn('expected "43 53 51 0D", received "43 53 52 0D"', out)
+
+    def test_a_silent_application_ends_the_replay_within_its_timeout(self):
+        # The application stops after the greeting and stays connected, silent, for longer than
+        # the replay waits.
+        script = SESSION[:3] + [("pause", 9000)]
+        logdir = os.path.join(self.folder, "silent-replay")
+        replay = Replay(self.recording, logdir, "-timeout", "1500", "-speed", "0")
+        client = self.client(replay.port, script, "silent", wait=False)
+        try:
+            rc, out = replay.finish(timeout=8)
+        finally:
+            client.communicate(timeout=TIMEOUT)
+        self.assertEqual(3, rc, out)
+        waited = re.search(r"line \d+: waited (\d+) ms for the application's 3 bytes; 0 came", out)
+        self.assertIsNotNone(waited, out)
+        self.assertGreaterEqual(int(waited.group(1)), 1500)
+        self.assertLess(int(waited.group(1)), 5000)
+        self.assertRegex(out, r"3 records played \(1 received as recorded, 2 sent\), \d+ records not played; "
+                              r"1 difference$")
+
+        # An application that closes early ends it at once.
+        rc, out, _, (client_rc, _, _) = self.replay("closes", SESSION[:3], "-timeout", "20000", "-speed", "0")
+        self.assertEqual(3, rc, out)
+        self.assertRegex(out, r"line \d+: the application closed the connection after 0 of the 3 bytes")
+
+        # An application that never connects.
+        started = time.monotonic()
+        rc, _, err = tool("replay", "-listen", "0", "-wait", "500", "-logdir",
+                          windows_path(os.path.join(self.folder, "nobody")), windows_path(self.recording), expect=3)
+        self.assertIn("no application connected to 127.0.0.1:", err)
+        self.assertIn("within 500 ms", err)
+        self.assertLess(time.monotonic() - started, WAIT)
+
+    def test_an_application_that_sends_more_is_a_difference(self):
+        script = SESSION[:-1] + [("send", b"EXTRA"), ("eof", None)]
+        rc, out, _, (client_rc, _, _) = self.replay("more", script, "-speed", "0")
+        self.assertEqual(3, rc, out)
+        self.assertIn("the application sent 5 bytes after the end of the recording: EXTRA", out)
+
+    # ------------------------------------------------------------ on a serial port
+
+    SERIAL_PORT = 120
+
+    @contextlib.contextmanager
+    def serial_port(self, name):
+        """A socat pseudo-terminal pair as the cable: one end is COM120 in the Wine prefix, the
+        application's end is opened here. Yields the port's name and the application's end."""
+        prefix = os.environ.get("WINEPREFIX")
+        if not prefix or not shutil.which("socat"):
+            self.skipTest("a serial port needs socat and the Wine prefix of scripts/test.sh")
+        folder = os.path.join(self.folder, name)
+        os.makedirs(folder)
+        device, application = os.path.join(folder, "device"), os.path.join(folder, "application")
+        link = os.path.join(prefix, "dosdevices", "com%d" % self.SERIAL_PORT)
+        socat = subprocess.Popen(["socat", "pty,link=%s,rawer" % device, "pty,link=%s,rawer" % application],
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            deadline = time.monotonic() + WAIT
+            while not (os.path.exists(device) and os.path.exists(application)) and time.monotonic() < deadline:
+                time.sleep(0.05)
+            if os.path.lexists(link):
+                os.remove(link)
+            os.symlink(device, link)
+            fd = os.open(application, os.O_RDWR | os.O_NOCTTY | os.O_NONBLOCK)
+            try:
+                yield "COM%d" % self.SERIAL_PORT, fd
+            finally:
+                os.close(fd)
+        finally:
+            if os.path.lexists(link) and os.readlink(link) == device:
+                os.remove(link)
+            socat.terminate()
+            socat.wait(WAIT)
+
+    def test_the_session_replays_on_a_serial_port(self):
+        # The device's closing of a TCP connection has nothing to stand for on a serial line.
+        script = [step for step in SESSION if step[0] != "eof"]
+        logdir = os.path.join(self.folder, "serial-replay")
+        with self.serial_port("serial") as (port, fd):
+            replay = Replay(self.recording, logdir, "-speed", "0", "-baud", "115200", link=("-port", port))
+            results = serial_application(fd, script)
+            rc, out = replay.finish()
+        self.assertEqual(0, rc, out + replay.stderr())
+        self.assertEqual([True] * len(results), results)
+        self.assertIn("; no differences", out)
+        logs = os.listdir(logdir)
+        self.assertEqual(1, len(logs), logs)
+        self.assertTrue(logs[0].startswith("COM%d-" % self.SERIAL_PORT), logs)
+        sent, received = self.raw(self.recording)
+        self.assertEqual((received, sent), self.raw(os.path.join(logdir, logs[0])))
+
+        # An application that falls silent in the middle of a command: the replay cancels its
+        # read when its time is up, and reports the bytes that came.
+        script = SESSION[:4] + [("send", b"CS")]
+        with self.serial_port("serial-silent") as (port, fd):
+            replay = Replay(self.recording, os.path.join(self.folder, "serial-silent-replay"), "-speed", "0",
+                            "-timeout", "1500", link=("-port", port))
+            serial_application(fd, script)
+            rc, out = replay.finish(timeout=10)
+        self.assertEqual(3, rc, out)
+        waited = re.search(r"line \d+: waited (\d+) ms for the application's 4 bytes; 2 came; those agree with "
+                           r"the recording", out)
+        self.assertIsNotNone(waited, out)
+        self.assertGreaterEqual(int(waited.group(1)), 1500)
+        self.assertLess(int(waited.group(1)), 5000)
+
+        # A port that does not exist.
+        rc, _, err = tool("replay", "-port", "COM%d" % (self.SERIAL_PORT + 1), windows_path(self.recording),
+                          expect=1)
+        self.assertIn("cannot open COM%d" % (self.SERIAL_PORT + 1), err)
+        self.assertIn("CreateFileW", err)
+
+    def test_replay_command_line_errors(self):
+        recording = windows_path(self.recording)
+        for args, message in ((["replay", recording], "give one of -listen"),
+                              (["replay", "-listen", "0", "-port", "COM9", recording], "give one of -listen"),
+                              (["replay", "-listen", "0", "-baud", "9600", recording], "applies to -port only"),
+                              (["replay", "-listen", "0", "-speed", "fast", recording], "takes a number from 0 to"),
+                              (["replay", "-listen", "0", "-speed", "1e3", recording], "takes a number from 0 to"),
+                              (["replay", "-listen", "0", "-timeout", "0", recording], "takes a number from 1 to"),
+                              (["replay", "-listen", "host", recording], "is no port or address"),
+                              (["replay", "-listen", "0", "-dir", "sent", recording], "does not apply to replay"),
+                              (["replay", "-listen", "0", recording, recording], "plays one data log file")):
+            rc, _, err = tool(*args, expect=2)
+            self.assertIn(message, err, args)
+        # A port that another program holds.
+        with socket.create_server(("127.0.0.1", 0)) as busy:
+            rc, _, err = tool("replay", "-listen", str(busy.getsockname()[1]), "-logdir",
+                              windows_path(os.path.join(self.folder, "busy")), recording, expect=1)
+            self.assertIn("cannot listen on", err)
+            self.assertIn("bind", err)
 
 
 class Report(unittest.TextTestResult):
@@ -536,7 +949,8 @@ def main():
     if not ARGS.tshark or not os.path.exists(ARGS.tshark):
         print("tshark is not installed (scripts/setup.sh installs it)", file=sys.stderr)
         return 1
-    suite = unittest.defaultTestLoader.loadTestsFromTestCase(TavrinLog)
+    suite = unittest.TestSuite(unittest.defaultTestLoader.loadTestsFromTestCase(case)
+                               for case in (TavrinLog, TavrinLogReplay))
     result = unittest.TextTestRunner(resultclass=Report, verbosity=2).run(suite)
     write_report(ARGS.report, result)
     return 0 if result.wasSuccessful() and result.testsRun > 0 else 1

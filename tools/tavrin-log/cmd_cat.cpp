@@ -108,14 +108,19 @@ int PrintRecords(const CCommandLine& line, bool merge)
             continue;
         ustring channel = sources[source]->GetChannel();
         channel.append(width - channel.size(), L' ');
-        out.Write((record.bHasTime ? FormatTime(record.time) : noTime) + L"  " + channel + L"  ");
-        out.Write(ustring(Marker(record)) + L" " + Body(record, hex), Colour(record.nKind));
-        out.Write(L"\r\n");
+        WriteRecordLine(out, record.bHasTime ? FormatTime(record.time) : noTime, channel, record, hex);
     }
     return kExitOk;
 }
 
 } // namespace
+
+void WriteRecordLine(CStdOut& out, const ustring& time, const ustring& channel, const LogRecord& record, bool hex)
+{
+    out.Write(time + L"  " + channel + L"  ");
+    out.Write(ustring(Marker(record)) + L" " + Body(record, hex), Colour(record.nKind));
+    out.Write(L"\r\n");
+}
 
 int RunCat(const CCommandLine& line)
 {

@@ -2,6 +2,7 @@
 #include "tool.h"
 
 #include <cstdarg>
+#include <cwchar>
 #include <cwctype>
 
 namespace tavrinlog {
@@ -34,16 +35,18 @@ ustring DescribeException(const tavrin::CStdException& e)
 
 const std::vector<OptionSpec>& CCommandLine::Options()
 {
+    // The filters that select records to show or export; a replay plays a stretch of time.
+    const unsigned int reading = kCat | kStats | kMerge | kExport;
     static const std::vector<OptionSpec> options = {
         {L"help", nullptr, kAllCommands, L"this text"},
-        {L"dir", L"kinds", kAllCommands, L"only these kinds of record: sent, received, text, damaged (comma-separated)"},
+        {L"dir", L"kinds", reading, L"only these kinds of record: sent, received, text, damaged (comma-separated)"},
         {L"from", L"time", kAllCommands, L"only records at or after this local time (2024-03-07 09:05:01.123, or 09:05)"},
         {L"to", L"time", kAllCommands, L"only records at or before this local time"},
-        {L"text", L"text", kAllCommands, L"only records whose text or bytes hold this text"},
-        {L"nocase", nullptr, kAllCommands, L"-text ignores letter case"},
-        {L"bytes", L"hex", kAllCommands, L"only data records that hold these bytes (\"02 ?? 03\", ?? any byte)"},
-        {L"plain", nullptr, kCat | kMerge | kStats, L"no colours (for pipes; also when output is redirected)"},
-        {L"hex", nullptr, kCat | kMerge, L"data in hexadecimal instead of text"},
+        {L"text", L"text", reading, L"only records whose text or bytes hold this text"},
+        {L"nocase", nullptr, reading, L"-text ignores letter case"},
+        {L"bytes", L"hex", reading, L"only data records that hold these bytes (\"02 ?? 03\", ?? any byte)"},
+        {L"plain", nullptr, kCat | kMerge | kStats | kReplay, L"no colours (for pipes; also when output is redirected)"},
+        {L"hex", nullptr, kCat | kMerge | kReplay, L"data in hexadecimal instead of text"},
         {L"gap", L"ms", kStats, L"count pauses longer than this between records (default 1000)"},
         {L"pcapng", L"file", kExport, L"Wireshark capture: one interface per channel"},
         {L"raw", L"base", kExport, L"the bytes sent into <base>-sent.bin and those received into <base>-received.bin"},
@@ -53,6 +56,15 @@ const std::vector<OptionSpec>& CCommandLine::Options()
         {L"local", L"address", kExport, L"this side of socket channels, e.g. 127.0.0.1:49152 or [::1]:49152"},
         {L"remote", L"address", kExport, L"the peer of socket channels when their file name does not say"},
         {L"tz", L"offset", kExport, L"the log's local time is UTC plus this (+02:00, -05:30); default: this computer's zone"},
+        {L"listen", L"address", kReplay, L"be the device as a TCP server: a port on 127.0.0.1 (0: any free one), "
+                                         L"or 0.0.0.0:5000, [::1]:5000"},
+        {L"port", L"COMx", kReplay, L"be the device on this serial port"},
+        {L"baud", L"n", kReplay, L"the serial port's bit rate (default: as the port is set)"},
+        {L"speed", L"factor", kReplay, L"the recorded pauses before answers divided by this (default 1; 0: none)"},
+        {L"timeout", L"ms", kReplay, L"how much longer than in the recording the application may take (default 10000)"},
+        {L"wait", L"ms", kReplay, L"how long the application may take to connect, or on a serial port to send "
+                                  L"first (default 60000)"},
+        {L"logdir", L"folder", kReplay, L"folder of the replay's own data log file (default: the library's log folder)"},
     };
     return options;
 }
@@ -147,6 +159,25 @@ bool CCommandLine::Get(const wchar_t* name, unsigned int& value, unsigned int mi
     if (text.empty() || text.size() > 9 || text.find_first_not_of(L"0123456789") != std::wstring::npos || number < minimum ||
         number > maximum)
         Fail(kExitUsage, L"option \"-%ls\" takes a number from %u to %u, not \"%ls\"", name, minimum, maximum,
+             text.c_str());
+    value = number;
+    return true;
+}
+
+bool CCommandLine::Get(const wchar_t* name, double& value, double minimum, double maximum) const
+{
+    ustring text;
+    if (!Get(name, text))
+        return false;
+    // Digits with at most one point, read in the C locale: an option means the same on every
+    // computer, and no exponents, infinities or hexadecimal forms slip through.
+    const std::size_t point = text.find(L'.');
+    const bool digits = !text.empty() && text.size() <= 16 && text != L"." &&
+                        text.find_first_not_of(L"0123456789.") == std::wstring::npos &&
+                        (point == std::wstring::npos || text.find(L'.', point + 1) == std::wstring::npos);
+    const double number = digits ? std::wcstod(text.c_str(), nullptr) : -1.0;
+    if (!digits || number < minimum || number > maximum)
+        Fail(kExitUsage, L"option \"-%ls\" takes a number from %g to %g, not \"%ls\"", name, minimum, maximum,
              text.c_str());
     value = number;
     return true;

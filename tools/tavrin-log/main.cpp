@@ -4,6 +4,7 @@
 //     tavrin-log merge  [options] file...        several channels' records on one time line
 //     tavrin-log stats  [options] file...        counts, bytes, times, gaps and errors
 //     tavrin-log export -pcapng|-raw|-csv <out> [options] file...
+//     tavrin-log replay -listen <port>|-port <COMx> [options] file   the recorded device, played back
 #include "tool.h"
 
 #include <cstdio>
@@ -26,6 +27,7 @@ const Command kCommands[] = {
     {L"merge", kMerge, &RunMerge, L"the records of several files on one time line"},
     {L"stats", kStats, &RunStats, L"records and bytes each way, first and last time, gaps, errors"},
     {L"export", kExport, &RunExport, L"into a Wireshark capture (-pcapng), raw byte files (-raw) or CSV (-csv)"},
+    {L"replay", kReplay, &RunReplay, L"be the recorded device: a TCP server (-listen) or a serial port (-port)"},
 };
 
 ustring Usage(const ustring& program)
@@ -46,8 +48,9 @@ ustring Usage(const ustring& program)
         text += ustring::sprintf_stc(L"  %-22ls %ls (%ls)\r\n", form.c_str(), option.pszHelp,
                                      option.nCommands == kAllCommands ? L"all" : commands.c_str());
     }
-    text += L"\r\nExit codes: 0 done, 1 a file could not be read or written or is no data log, 2 wrong "
-            L"command line.\r\n";
+    text += L"\r\nExit codes: 0 done, 1 a file could not be read or written or is no data log (or the replay's "
+            L"port could not be opened), 2 wrong command line, 3 the application did not do what the recording "
+            L"says (replay).\r\n";
     return text;
 }
 

@@ -25,7 +25,8 @@ enum EExitCode
 {
     kExitOk = 0,
     kExitFailure = 1, // a file could not be read or written, or is no data log
-    kExitUsage = 2    // the command line is wrong
+    kExitUsage = 2,   // the command line is wrong
+    kExitMismatch = 3 // replay: the application did not do what the recording says
 };
 
 // A failure that ends the program with one line of text and an exit code.
@@ -54,6 +55,7 @@ enum ECommand : unsigned int
     kStats = 2,
     kMerge = 4,
     kExport = 8,
+    kReplay = 16,
     kAllCommands = 0xFF
 };
 
@@ -83,6 +85,9 @@ public:
     bool Get(const wchar_t* name, ustring& value) const;
     // A number option; a usage error when its text is no number in [minimum, maximum].
     bool Get(const wchar_t* name, unsigned int& value, unsigned int minimum, unsigned int maximum) const;
+    // A decimal option ("2", "0.5"; the point whatever the user's locale); a usage error outside
+    // [minimum, maximum].
+    bool Get(const wchar_t* name, double& value, double minimum, double maximum) const;
 
     static const std::vector<OptionSpec>& Options();
 
@@ -182,6 +187,9 @@ ustring NameControls(const std::vector<unsigned char>& data);
 ustring NameControls(const ustring& text);
 // "text", "write", "read", "error", "damaged".
 const wchar_t* KindName(unsigned int kind);
+// One record as cat shows it: the time text, the channel, the direction marker and the record's
+// bytes or text, in the record's colour, ending the line.
+void WriteRecordLine(CStdOut& out, const ustring& time, const ustring& channel, const LogRecord& record, bool hex);
 
 // One input file: its reader, checked to be a data log, with one record read ahead so that the
 // last record is known as such.
@@ -261,5 +269,6 @@ int RunCat(const CCommandLine& line);
 int RunMerge(const CCommandLine& line);
 int RunStats(const CCommandLine& line);
 int RunExport(const CCommandLine& line);
+int RunReplay(const CCommandLine& line);
 
 } // namespace tavrinlog
