@@ -22,5 +22,6 @@ for arch in ${TAVRIN_ARCHS:-x86 x64}; do
 done
 echo
 printf '%s\n' "${summary[@]}"
-[ "$status" -eq 0 ] && echo "All suites passed in both widths." || echo "Some suites failed."
+archs="${TAVRIN_ARCHS:-x86 x64}"
+[ "$status" -eq 0 ] && echo "All suites passed (${archs// /, })." || echo "Some suites failed."
 exit "$status"

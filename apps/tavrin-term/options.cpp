@@ -19,7 +19,7 @@ enum EValue
     ValueStep      // the next item whatever it is: "-send -x" sends "-x"
 };
 
-struct OptionSpec
+struct OptionInfo
 {
     const wchar_t* name;
     EValue value;
@@ -29,7 +29,7 @@ struct OptionSpec
 };
 
 // Every option, in the order of the help.
-const OptionSpec kOptions[] = {
+const OptionInfo kOptions[] = {
     {L"port", ValueRequired, L"<name>", TERM_TEXT(L"serial port to open (COM3, \\\\.\\COM10)"), L""},
     {L"baud", ValueRequired, L"<rate>", TERM_TEXT(L"baud rate of the serial port"), L"115200"},
     {L"data", ValueRequired, L"<5-8>", TERM_TEXT(L"data bits"), L"8"},
@@ -61,11 +61,11 @@ const OptionSpec kOptions[] = {
     {L"help", ValueNone, L"", TERM_TEXT(L"this help"), L""},
 };
 
-const OptionSpec* FindOption(const ustring& name)
+const OptionInfo* FindOption(const ustring& name)
 {
-    for (const OptionSpec& spec : kOptions)
-        if (ustring(spec.name).compareNoCase(name) == 0)
-            return &spec;
+    for (const OptionInfo& info : kOptions)
+        if (ustring(info.name).compareNoCase(name) == 0)
+            return &info;
     return nullptr;
 }
 
@@ -253,15 +253,15 @@ bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, us
             return false;
         }
         name.strlwr();
-        const OptionSpec* spec = FindOption(name);
-        if (spec == nullptr)
+        const OptionInfo* info = FindOption(name);
+        if (info == nullptr)
         {
             error = TrF(L"unknown option -%ls (-help lists them)", name.c_str());
             return false;
         }
         ustring ignored;
         const bool nextIsOption = i + 1 < argc && OptionName(argv[i + 1], ignored);
-        switch (spec->value)
+        switch (info->value)
         {
         case ValueNone:
             break;
@@ -272,7 +272,7 @@ bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, us
         case ValueRequired:
             if (i + 1 >= argc || nextIsOption)
             {
-                error = TrF(L"-%ls needs a value: %ls", name.c_str(), spec->argument);
+                error = TrF(L"-%ls needs a value: %ls", name.c_str(), info->argument);
                 return false;
             }
             ++i;
@@ -280,7 +280,7 @@ bool ParseOptions(int argc, wchar_t** argv, wchar_t** envp, Options& options, us
         case ValueStep:
             if (i + 1 >= argc)
             {
-                error = TrF(L"-%ls needs a value: %ls", name.c_str(), spec->argument);
+                error = TrF(L"-%ls needs a value: %ls", name.c_str(), info->argument);
                 return false;
             }
             if (!AddStep(name, argv[++i], options, timeoutMs, error))
@@ -408,12 +408,12 @@ CTable OptionsTable(CTable::EBorderStyle style)
     CTable table(true, style, Tr(L"Options"));
     table.SetMaxColumnWidth(60);
     table.InsertRow(std::vector<ustring>{Tr(L"option"), Tr(L"meaning"), Tr(L"default")});
-    for (const OptionSpec& spec : kOptions)
+    for (const OptionInfo& info : kOptions)
     {
-        ustring option = L"-" + ustring(spec.name);
-        if (*spec.argument)
-            option += L" " + ustring(spec.argument);
-        table.InsertRow(std::vector<ustring>{option, Tr(spec.meaning), *spec.defaultText ? Tr(spec.defaultText) : ustring()});
+        ustring option = L"-" + ustring(info.name);
+        if (*info.argument)
+            option += L" " + ustring(info.argument);
+        table.InsertRow(std::vector<ustring>{option, Tr(info.meaning), *info.defaultText ? Tr(info.defaultText) : ustring()});
     }
     return table;
 }

@@ -4,6 +4,7 @@
 #include <tavrin/core/exception.h>
 #include <tavrin/core/file.h>
 #include <tavrin/log/console.h>
+#include <tavrin/log/logcall.h>
 #include <tavrin/log/logfile.h>
 
 #include <string>
@@ -12,27 +13,6 @@ using namespace tavrin;
 
 namespace {
 
-// The newest "*.log" file of a folder (the server names each file after its channel and the
-// time it was created).
-ustring NewestLogFile(const ustring& folder)
-{
-    ustring newest;
-    FILETIME newestTime = {};
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW(ustring(folder + L"\\*.log"), &data);
-    if (find == INVALID_HANDLE_VALUE)
-        return newest;
-    do
-    {
-        if (newest.empty() || ::CompareFileTime(&data.ftLastWriteTime, &newestTime) > 0)
-        {
-            newest = folder + L"\\" + data.cFileName;
-            newestTime = data.ftLastWriteTime;
-        }
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
-    return newest;
-}
 
 // A text file's UTF-8 content as UTF-16.
 ustring ReadUtf8File(const ustring& path)
@@ -68,6 +48,7 @@ int main()
         server.SetDetail(eLogFileDetailVerbose);
 
         const ustring path = folder + L"\\channel.dat";
+        ustring log;
         {
             CFile channel(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
                           nullptr, CFile::eLoggingModeOn);
@@ -78,9 +59,10 @@ int main()
             char reply[16] = {};
             unsigned int read = 0;
             channel.Read(reply, sizeof(reply), read);
+            // The file's channel is its handle value.
+            server.GetLogFilePath(LogChannel(channel.GetHandle()), log);
         } // closing the file writes everything queued and closes its log file
 
-        const ustring log = NewestLogFile(folder);
         console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
         console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
         return 0;

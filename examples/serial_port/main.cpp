@@ -29,27 +29,6 @@ ustring ReadUtf8File(const ustring& path)
     return ustring(bytes, CP_UTF8, 0);
 }
 
-// The newest log file of a folder whose name starts with `prefix` (the server names each file
-// after its channel and the time it was created).
-ustring NewestLogFile(const ustring& folder, const ustring& prefix)
-{
-    ustring newest;
-    FILETIME newestTime = {};
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW(ustring(folder + L"\\" + prefix + L"-*.log"), &data);
-    if (find == INVALID_HANDLE_VALUE)
-        return newest;
-    do
-    {
-        if (newest.empty() || ::CompareFileTime(&data.ftLastWriteTime, &newestTime) > 0)
-        {
-            newest = folder + L"\\" + data.cFileName;
-            newestTime = data.ftLastWriteTime;
-        }
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
-    return newest;
-}
 
 // 115200 baud, 8 data bits, no parity, one stop bit; no read waits longer than half a second,
 // whatever the device does.
@@ -100,9 +79,11 @@ int wmain(int argc, wchar_t** argv)
         server.SetFolder(folder, false);
         server.SetDetail(eLogFileDetailVerbose);
 
+        ustring log;
         {
             CCommPort port;
             port.Open(path, 0); // Open, unlike the opening constructor, creates the log file
+            server.GetLogFilePath(LogChannel(port.GetHandle()), log);
             Configure(port);
             CCommPort device;
             if (argc > 2)
@@ -128,7 +109,6 @@ int wmain(int argc, wchar_t** argv)
                            written, read, std::string(reply, read).c_str());
         } // closing the ports writes their log files to the end
 
-        const ustring log = NewestLogFile(folder, name);
         console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
         console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
         return 0;

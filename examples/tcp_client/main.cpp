@@ -6,6 +6,7 @@
 #include <tavrin/core/exception.h>
 #include <tavrin/core/file.h>
 #include <tavrin/log/console.h>
+#include <tavrin/log/logcall.h>
 #include <tavrin/log/logfile.h>
 
 #include <string>
@@ -38,26 +39,6 @@ void EchoOnce(CWSASocket& listener)
     }
 }
 
-// The newest log file whose name starts with `prefix`.
-ustring NewestLogFile(const ustring& folder, const ustring& prefix)
-{
-    ustring newest;
-    FILETIME newestTime = {};
-    WIN32_FIND_DATAW data;
-    HANDLE find = ::FindFirstFileW(ustring(folder + L"\\" + prefix + L"*.log"), &data);
-    if (find == INVALID_HANDLE_VALUE)
-        return newest;
-    do
-    {
-        if (newest.empty() || ::CompareFileTime(&data.ftLastWriteTime, &newestTime) > 0)
-        {
-            newest = folder + L"\\" + data.cFileName;
-            newestTime = data.ftLastWriteTime;
-        }
-    } while (::FindNextFileW(find, &data));
-    ::FindClose(find);
-    return newest;
-}
 
 ustring ReadUtf8File(const ustring& path)
 {
@@ -97,14 +78,15 @@ int main()
         const unsigned short port = ::ntohs(static_cast<unsigned short>(bound.GetPort()));
         std::thread echo(EchoOnce, std::ref(listener));
 
-        ustring remoteText;
+        ustring remoteText, log;
         {
             const SOCKET_ADDRESS_EX remote = ResolveAddress(L"127.0.0.1", AF_INET, port).front();
             remote.AddressToStringEx(remoteText);
             CWSASocket client;
             client.Create(AF_INET, SOCK_STREAM, IPPROTO_TCP);
             client.SetSockOpt<DWORD>(SOL_SOCKET, SO_RCVTIMEO, 5000); // no reply: give up after 5 s
-            client.Connect(remote);
+            client.Connect(remote); // the connection's log file is created here
+            server.GetLogFilePath(LogChannel(client), log);
 
             const char request[] = "PING 1\r\n";
             unsigned int sent = 0, got = 0;
@@ -118,9 +100,6 @@ int main()
         } // Close: the socket's log file is written to the end and closed
         echo.join();
 
-        ustring fileNamePrefix;
-        ResolveAddress(L"127.0.0.1", AF_INET, port).front().AddressToStringEx(fileNamePrefix, true);
-        const ustring log = NewestLogFile(folder, fileNamePrefix + L"-");
         console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
         console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
         return 0;

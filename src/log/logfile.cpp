@@ -363,6 +363,24 @@ CLogFile::Status CLogFile::GetStatus() const
     return status;
 }
 
+bool CLogFile::GetPath(ustring& path) const
+{
+    try
+    {
+        path.clear();
+        CExitSafeLock lock(m_cs);
+        if (!lock.Locked() || !m_File.IsCreated())
+            return false;
+        path = m_File.GetFileName();
+        return true;
+    }
+    catch (...)
+    {
+        path.clear();
+        return false;
+    }
+}
+
 // ---------------------------------------------------------------- logging
 
 void CLogFile::LogText(bool important, const wchar_t* format, ...)

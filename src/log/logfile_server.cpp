@@ -286,6 +286,20 @@ bool CLogFileServer::GetStatus(unsigned int channel, CLogFile::Status& status) c
     }
 }
 
+bool CLogFileServer::GetLogFilePath(unsigned int channel, ustring& path) const
+{
+    try
+    {
+        path.clear();
+        const boost::shared_ptr<CLogFile> file = FindLogFile(channel);
+        return file && file->GetPath(path);
+    }
+    catch (...)
+    {
+        return false;
+    }
+}
+
 // ---------------------------------------------------------------- CLogFileProxy
 
 CLogFileProxy::Prepared CLogFileProxy::Prepare(unsigned int channel)

@@ -202,6 +202,10 @@ public:
     // Health and counters. Never throws and never waits for the lock: a figure may be a moment
     // old when records are being logged meanwhile.
     Status GetStatus() const;
+    // The path of the file on disk, as Open was given it, so that an application can show its
+    // user where the log is. False, with `path` empty, while the log file is not open. Never
+    // throws.
+    bool GetPath(ustring& path) const;
 
     // The lock of this log file, for callers that group several calls.
     CCriticalSection& CriticalSection() const { return m_cs; }
@@ -422,6 +426,10 @@ public:
     // false and its error, until the channel gets a new file or CloseLogFile is called for it.
     // False when the channel has no log file and no such report. Never throws.
     bool GetStatus(unsigned int channel, CLogFile::Status& status) const;
+    // The path of the channel's log file (see CLogFile::GetPath): the file that a connection's
+    // records go to, named by the server after the channel's name and the time it was created.
+    // False, with `path` empty, when the channel has no open log file. Never throws.
+    bool GetLogFilePath(unsigned int channel, ustring& path) const;
 
     // Writes and closes every log file of the map, empties the map and sets the detail level to
     // Off, so that no file is created until SetDetail is called again. Files that callers still
