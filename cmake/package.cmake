@@ -4,7 +4,7 @@
 #   include/           the public headers, the generated version header, and tavrin-boost/ with
 #                      the Boost headers that the public headers use
 #   lib/cmake/Tavrin/  the CMake package: Tavrin::Tavrin, version and width checks
-#   share/doc/Tavrin/  LICENSE, CHANGELOG.md
+#   share/doc/Tavrin/  LICENSE, CHANGELOG.md, third-party/ with the runtime DLLs' licences
 #   share/Tavrin/cmake/ the MinGW-w64 toolchain files for applications
 # Everything is relative to the prefix, so the folder can be moved or zipped (scripts/package.sh).
 include(CMakePackageConfigHelpers)
@@ -28,6 +28,20 @@ install(TARGETS Tavrin EXPORT TavrinTargets RUNTIME DESTINATION bin LIBRARY DEST
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/ DESTINATION include FILES_MATCHING PATTERN "*.h")
 install(FILES ${TAVRIN_GENERATED_INCLUDE}/tavrin/core/version.h DESTINATION include/tavrin/core)
 install(FILES ${CMAKE_SOURCE_DIR}/LICENSE ${CMAKE_SOURCE_DIR}/CHANGELOG.md DESTINATION share/doc/Tavrin)
+# The runtime DLLs that ship beside Tavrin.dll come with their licences: libstdc++ and libgcc under
+# the GCC Runtime Library Exception, winpthreads under its own terms. They are the Debian packages'
+# copyright files of the compiler that built the library.
+foreach(notice gcc-mingw-w64-base:gcc-runtime mingw-w64-common:mingw-w64-runtime)
+  string(REPLACE ":" ";" notice ${notice})
+  list(GET notice 0 debian_package)
+  list(GET notice 1 shipped_name)
+  set(notice_file /usr/share/doc/${debian_package}/copyright)
+  if(EXISTS ${notice_file})
+    install(FILES ${notice_file} DESTINATION share/doc/Tavrin/third-party RENAME ${shipped_name}.copyright.txt)
+  else()
+    message(WARNING "${notice_file} is missing: the package will ship the runtime DLLs without their licence text")
+  endif()
+endforeach()
 # The toolchain files travel along: an application is built with the compiler of the library.
 install(FILES ${CMAKE_SOURCE_DIR}/cmake/mingw-common.cmake ${CMAKE_SOURCE_DIR}/cmake/toolchain-mingw-i686.cmake
               ${CMAKE_SOURCE_DIR}/cmake/toolchain-mingw-x86_64.cmake

@@ -101,6 +101,8 @@ def do_install(args):
                 "include/tavrin-boost/boost/shared_ptr.hpp", "include/tavrin-boost/LICENSE_1_0.txt",
                 "lib/cmake/Tavrin/TavrinConfig.cmake", "lib/cmake/Tavrin/TavrinConfigVersion.cmake",
                 "lib/cmake/Tavrin/TavrinTargets.cmake", "share/doc/Tavrin/LICENSE",
+                "share/doc/Tavrin/third-party/gcc-runtime.copyright.txt",
+                "share/doc/Tavrin/third-party/mingw-w64-runtime.copyright.txt",
                 "share/Tavrin/cmake/mingw-common.cmake", "share/Tavrin/cmake/" + TOOLCHAINS[args.arch]]
     missing = [f for f in required if f not in files]
     if missing:

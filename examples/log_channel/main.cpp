@@ -7,27 +7,11 @@
 #include <tavrin/log/logcall.h>
 #include <tavrin/log/logfile.h>
 
+#include "example_support.h"
+
 #include <string>
 
 using namespace tavrin;
-
-namespace {
-
-
-// A text file's UTF-8 content as UTF-16.
-ustring ReadUtf8File(const ustring& path)
-{
-    CFile file(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-               FILE_ATTRIBUTE_NORMAL, nullptr);
-    std::string bytes(static_cast<std::size_t>(file.GetLength()), '\0');
-    unsigned int read = 0;
-    if (!bytes.empty())
-        file.Read(&bytes[0], static_cast<unsigned int>(bytes.size()), read);
-    bytes.resize(read);
-    return ustring(bytes, CP_UTF8, 0);
-}
-
-} // namespace
 
 int main()
 {
@@ -35,11 +19,7 @@ int main()
     CConsole console(false, capture, markdown);
     try
     {
-        ustring folder;
-        CFile::GetTempPathW(folder);
-        folder.trim_right(L'\\');
-        folder += L"\\tavrin_example_logs";
-        CFile::CreateFolder(folder);
+        const ustring folder = example::ExampleFolder();
 
         // Nothing is logged until the application chooses a detail level; Verbose also records
         // the text events (the open and the close).
@@ -64,7 +44,7 @@ int main()
         } // closing the file writes everything queued and closes its log file
 
         console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
-        console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
+        console.Print(CConsoleBase::SeverityInfo, false, example::ReadUtf8File(log));
         return 0;
     }
     catch (const CStdException& e)

@@ -8,6 +8,8 @@
 #include <tavrin/log/logfile.h>
 #include <tavrin/log/logreader.h>
 
+#include "example_support.h"
+
 using namespace tavrin;
 
 int main()
@@ -16,11 +18,7 @@ int main()
     CConsole console(false, capture, markdown);
     try
     {
-        ustring folder;
-        CFile::GetTempPathW(folder);
-        folder.trim_right(L'\\');
-        folder += L"\\tavrin_example_logs";
-        CFile::CreateFolder(folder);
+        const ustring folder = example::ExampleFolder();
         // Channel name, then the time of creation: the form the log-file server gives its files.
         const ustring path = folder + L"\\METER-2024.03.07-09.05.01.123.log";
         ::DeleteFileW(path);

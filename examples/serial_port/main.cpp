@@ -11,24 +11,13 @@
 #include <tavrin/log/logcall.h>
 #include <tavrin/log/logfile.h>
 
+#include "example_support.h"
+
 #include <string>
 
 using namespace tavrin;
 
 namespace {
-
-ustring ReadUtf8File(const ustring& path)
-{
-    CFile file(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-               FILE_ATTRIBUTE_NORMAL, nullptr);
-    std::string bytes(static_cast<std::size_t>(file.GetLength()), '\0');
-    unsigned int read = 0;
-    if (!bytes.empty())
-        file.Read(&bytes[0], static_cast<unsigned int>(bytes.size()), read);
-    bytes.resize(read);
-    return ustring(bytes, CP_UTF8, 0);
-}
-
 
 // 115200 baud, 8 data bits, no parity, one stop bit; no read waits longer than half a second,
 // whatever the device does.
@@ -71,10 +60,7 @@ int wmain(int argc, wchar_t** argv)
         }
         path = L"\\\\.\\" + name; // COM10 and above open only in this form
 
-        ustring folder;
-        CFile::GetTempPathW(folder);
-        folder.trim_right(L'\\');
-        folder += L"\\tavrin_example_logs";
+        const ustring folder = example::ExampleFolder();
         CLogFileServer& server = CLogFileServer::Ref();
         server.SetFolder(folder, false);
         server.SetDetail(eLogFileDetailVerbose);
@@ -110,7 +96,7 @@ int wmain(int argc, wchar_t** argv)
         } // closing the ports writes their log files to the end
 
         console.PrintF(CConsoleBase::SeverityInfo, false, L"Data log file: %ls\r\n\r\n", log.c_str());
-        console.Print(CConsoleBase::SeverityInfo, false, ReadUtf8File(log));
+        console.Print(CConsoleBase::SeverityInfo, false, example::ReadUtf8File(log));
         return 0;
     }
     catch (const CStdException& e)
