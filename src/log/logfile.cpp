@@ -126,6 +126,7 @@ CLogFile::CLogFile(ELogFileDetail detail, LPDATAFORMATTER formatter)
       m_hFormatterModule(nullptr),
       m_hWorkerModule(nullptr),
       m_DoneEvent(nullptr, TRUE, FALSE, nullptr),
+      m_StartedEvent(nullptr, TRUE, FALSE, nullptr),
       m_bWorkerRunning(false),
       m_pFreeChunks(nullptr),
       m_pSpareChunks(nullptr),
@@ -193,6 +194,7 @@ bool CLogFile::Open(const wchar_t* path)
         CLocker<CCriticalSection> lock(&m_cs);
         m_StopEvent.Reset();
         m_DoneEvent.Reset();
+        m_StartedEvent.Reset();
         m_File.Open(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
                     FILE_ATTRIBUTE_NORMAL, nullptr, CFile::eLoggingModeOff, nullptr, false);
         const unsigned long long end = m_File.Seek(0, FILE_END);

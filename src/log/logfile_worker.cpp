@@ -11,6 +11,8 @@ namespace tavrin {
 namespace {
 
 const DWORD kWorkerCycleMs = 100;
+// How long opening a log file waits for its worker thread to start (see StartWorker).
+const DWORD kWorkerStartWaitMs = 1000;
 // Bytes per line of a data record's dump.
 const unsigned int kDumpWidth = 32;
 // With this much queued after a batch, the worker goes on at once instead of waiting a cycle.
@@ -173,6 +175,12 @@ void CLogFile::StartWorker()
         m_hWorkerModule = nullptr;
         throw;
     }
+    // A new thread runs every module's thread start-up under the loader lock before it runs a
+    // line of the worker. That is waited for here, in the opener's ordinary context: a Close
+    // from a DllMain later on (a plug-in's Shutdown as it is unloaded) then never waits for a
+    // worker that is still queued behind the lock its own caller holds. A file opened inside a
+    // DllMain cannot see its worker start before that returns; the wait gives up after a while.
+    ::WaitForSingleObject(m_StartedEvent.GetHandle(), kWorkerStartWaitMs);
 }
 
 bool CLogFile::IsWorkerStarted() const
@@ -198,6 +206,7 @@ unsigned int CLogFile::ThreadRoutine()
     // Copies: once the done event is set, this object may be gone.
     const HMODULE module = m_hWorkerModule;
     const HANDLE done = m_DoneEvent.GetHandle();
+    ::SetEvent(m_StartedEvent.GetHandle());
     try
     {
         WorkerRoutine();

@@ -323,6 +323,9 @@ private:
     HMODULE m_hWorkerModule;
     // Set by the worker once it has written its last record and will not touch this object again.
     CEvent m_DoneEvent;
+    // Set by the worker as its routine begins, when the thread is through the modules' thread
+    // start-up (which runs under the loader lock).
+    CEvent m_StartedEvent;
     // Cleared by the worker as it ends; with the file open and the thread started, this is what
     // IsOK reports, without asking the system for the thread's exit code on every call.
     std::atomic<bool> m_bWorkerRunning;
